@@ -55,6 +55,6 @@ int main(void) {
         return 1;
     }
     Zarn_CodecUtil_Destroy(h);
-    puts("1 passed, 0 failed");
+    puts("c_api: ok");
     return 0;
 }
