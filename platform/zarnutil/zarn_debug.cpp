@@ -30,6 +30,13 @@ const char* level_name(int level) {
 }
 
 std::atomic<ZarnDebugSink> g_sink{nullptr};
+
+// Categories live for the process; the chain keeps them reachable.
+struct CategoryNode {
+    ZarnDebugCategory category;
+    CategoryNode* next;
+};
+std::atomic<CategoryNode*> g_categories{nullptr};
 std::atomic<void*> g_sink_user{nullptr};
 
 int category_threshold(ZarnDebugCategory* c) {
@@ -49,9 +56,12 @@ ZARN_API int vxm_sys_request_assert = -1;
 
 ZARN_API ZarnDebugCategory* zarn_debug_category_new(const char* name, unsigned int color,
                                                     const char* description) {
-    // Categories live for the process, as on the device.
-    auto* c = static_cast<ZarnDebugCategory*>(std::calloc(1, sizeof(ZarnDebugCategory)));
-    if (c == nullptr) std::abort();
+    auto* node = static_cast<CategoryNode*>(std::calloc(1, sizeof(CategoryNode)));
+    if (node == nullptr) std::abort();
+    node->next = g_categories.load();
+    while (!g_categories.compare_exchange_weak(node->next, node)) {
+    }
+    ZarnDebugCategory* c = &node->category;
     pthread_mutex_init(&c->catLock, nullptr);
     c->threshold = level_from_env();
     c->color = color;

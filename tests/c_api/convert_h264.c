@@ -34,12 +34,16 @@ int main(void) {
     CodecUtilBuffer_t buffer;
     zarn_uint32 size = 0;
     zarn_uint8* out;
+    CodecUtilGetBufFunc_t fn = get_buffer;
+    void* fn_as_pointer;
     void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_H264, NULL);
     if (h == NULL) {
         puts("create failed");
         return 1;
     }
-    Zarn_CodecUtil_SetGetBufFunc(h, (void*)get_buffer);
+    /* The API takes the function as void*; ISO C has no cast for that. */
+    memcpy(&fn_as_pointer, &fn, sizeof fn_as_pointer);
+    Zarn_CodecUtil_SetGetBufFunc(h, fn_as_pointer);
     param.data = config;
     param.size = sizeof config;
     if (!Zarn_CodecUtil_SetParam(h, &param) || !Zarn_CodecUtil_CheckConv(h)) {
