@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -98,7 +99,10 @@ template <class Rec, class Walk>
     CountingSink measure;
     walk(measure);
     if (measure.written() == 0) return true;
-    auto* blob = static_cast<uint8_t*>(codec_util_malloc(&r->base, measure.written()));
+    // The record keeps the length as a signed 32-bit count.
+    if (measure.written() > INT32_MAX) return false;
+    auto* blob =
+        static_cast<uint8_t*>(codec_util_malloc(&r->base, static_cast<size_t>(measure.written())));
     if (blob == nullptr) return false;
     MemorySink out(blob);
     walk(out);
