@@ -1,0 +1,98 @@
+// codecutil: a player-side client of the converter API. Subcommands:
+//   convert   demux a file with libavformat and feed every stream a converter
+//             matches through the library into simulated decoder rings
+//   inspect   check and list a byte stream in one of the decoder's formats
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+
+namespace codecutil_tool {
+namespace {
+
+struct Command {
+    const char* name;
+    const char* synopsis;
+    int (*run)(int argc, char** argv);
+};
+
+constexpr Command kCommands[] = {
+    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]", run_convert},
+    {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
+};
+
+void print_usage(std::FILE* out) {
+    std::fputs("usage: codecutil COMMAND [ARGS]\n\ncommands:\n", out);
+    for (const Command& c : kCommands) std::fprintf(out, "  codecutil %s\n", c.synopsis);
+    std::fputs("\n'codecutil COMMAND --help' describes a command. 'codecutil convert' without\n"
+               "INPUT converts the bundled samples.\n",
+               out);
+}
+
+}  // namespace
+
+bool take_option(int argc, char** argv, int& i, std::string_view name, const char*& value) {
+    const std::string_view arg = argv[i];
+    if (arg.substr(0, name.size()) != name) return false;
+    if (arg.size() == name.size()) {
+        value = i + 1 < argc ? argv[++i] : nullptr;
+        return true;
+    }
+    if (name.size() > 2 && arg[name.size()] == '=') {  // long options only
+        value = argv[i] + name.size() + 1;
+        return true;
+    }
+    return false;
+}
+
+bool parse_byte_count(const char* text, uint64_t max, uint64_t& out) {
+    if (text == nullptr || *text < '0' || *text > '9') return false;
+    uint64_t v = 0;
+    const char* p = text;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        v = v * 10 + static_cast<uint64_t>(*p - '0');
+        if (v > max) return false;
+    }
+    uint64_t unit = 1;
+    if (*p == 'k' || *p == 'K') {
+        unit = 1024;
+        ++p;
+    } else if (*p == 'm' || *p == 'M') {
+        unit = 1024 * 1024;
+        ++p;
+    }
+    if (*p != '\0' || v > max / unit) return false;
+    out = v * unit;
+    return true;
+}
+
+void report_error(const std::string& message) {
+    std::fprintf(stderr, "codecutil: %s\n", message.c_str());
+}
+
+}  // namespace codecutil_tool
+
+int main(int argc, char** argv) {
+    using namespace codecutil_tool;
+    if (argc < 2) {
+        print_usage(stderr);
+        return kExitUsage;
+    }
+    const char* name = argv[1];
+    if (std::strcmp(name, "-h") == 0 || std::strcmp(name, "--help") == 0 ||
+        std::strcmp(name, "help") == 0) {
+        print_usage(stdout);
+        return kExitOk;
+    }
+    if (std::strcmp(name, "--version") == 0) {
+        std::printf("codecutil %s\n", CODECUTIL_VERSION);
+        return kExitOk;
+    }
+    for (const Command& c : kCommands) {
+        if (std::strcmp(name, c.name) == 0) return c.run(argc - 1, argv + 1);
+    }
+    report_error(std::string("unknown command '") + name + "' (try 'codecutil --help')");
+    return kExitUsage;
+}
