@@ -31,6 +31,10 @@ public:
     void write(std::span<const uint8_t> bytes) {
         write(bytes.data(), static_cast<uint32_t>(bytes.size()));
     }
+    template <size_t N>
+    void write(const std::array<uint8_t, N>& bytes) {
+        write(bytes.data(), static_cast<uint32_t>(N));
+    }
     [[nodiscard]] uint64_t written() const { return written_; }
 
 private:

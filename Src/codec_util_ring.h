@@ -3,6 +3,8 @@
 // one- or two-piece space. Converters never look at size2 themselves.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -64,6 +66,18 @@ public:
     void write(std::span<const uint8_t> bytes) {
         write(bytes.data(), static_cast<uint32_t>(bytes.size()));
     }
+    // Short fixed-size runs (start codes, headers): a constant-size copy the
+    // compiler inlines, instead of a library call per run.
+    template <size_t N>
+    void write(const std::array<uint8_t, N>& bytes) {
+        if (!two_piece_) {
+            std::memcpy(wp_, bytes.data(), N);
+            wp_ += N;
+            written_ += N;
+        } else {
+            write(bytes.data(), static_cast<uint32_t>(N));
+        }
+    }
 
     [[nodiscard]] uint64_t written() const { return written_; }
 
@@ -81,6 +95,10 @@ class CountingSink {
 public:
     void write(const uint8_t*, uint32_t size) { written_ += size; }
     void write(std::span<const uint8_t> bytes) { written_ += bytes.size(); }
+    template <size_t N>
+    void write(const std::array<uint8_t, N>&) {
+        written_ += N;
+    }
     [[nodiscard]] uint64_t written() const { return written_; }
 
 private:
