@@ -13,23 +13,49 @@
 
 namespace {
 
-constexpr const char* kServiceLibrary = "libhalavstream.so";
+// Error-level line carrying the port function's own name.
+#define PORT_ERROR(caller, ...)                                                                \
+    do {                                                                                       \
+        if (__zarn_debug_min >= ZARN_LEVEL_ERROR)                                              \
+            zarn_debug_log(codec_util_debug, ZARN_LEVEL_ERROR, __FILE__, caller, __LINE__,     \
+                           __VA_ARGS__);                                                       \
+    } while (0)
 
-// Opens the service and looks `symbol` up; NULL when either fails. Logging is
-// done by the callers so that each line carries their function's name.
-void* open_service(const char*& open_error) {
+#pragma GCC diagnostic push
+// The lookup failure line passes the loader's text to a format that does not
+// print it; the platform log call is variadic and ignores the extra argument.
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+
+// Opens the service and looks `symbol` up; NULL when either fails, after
+// logging under `caller`. The library is closed again after a failed lookup.
+void* bind_entry(const char* symbol, const char* caller) {
     dlerror();
-    void* lib = dlopen(kServiceLibrary, RTLD_NOW | RTLD_GLOBAL);
-    open_error = lib == nullptr ? dlerror() : nullptr;
-    return lib;
+    void* lib = dlopen("libhalavstream.so", RTLD_NOW | RTLD_GLOBAL);
+    if (lib == nullptr) {
+        PORT_ERROR(caller, "dlopen libhalavstream.so failed: %s\n", dlerror());
+        return nullptr;
+    }
+    void* entry = dlsym(lib, symbol);
+    if (entry == nullptr) {
+        PORT_ERROR(caller, "dlsym %s faild:", symbol, dlerror());  // required as is
+        dlclose(lib);
+    }
+    PORT_ERROR(caller, "dlopen %s: %p\n", symbol, entry);
+    return entry;
+}
+
+#pragma GCC diagnostic pop
+
+// Returns the bound entry point, binding it first when needed.
+template <class F>
+F bound(std::atomic<F>& slot, const char* symbol, const char* caller) {
+    if (F f = slot.load(std::memory_order_acquire)) return f;
+    auto f = reinterpret_cast<F>(bind_entry(symbol, caller));
+    if (f != nullptr) slot.store(f, std::memory_order_release);
+    return f;
 }
 
 }  // namespace
-
-#pragma GCC diagnostic push
-// The dlsym failure lines pass the loader's text to a format that does not
-// print it; the platform log call is variadic and ignores the extra argument.
-#pragma GCC diagnostic ignored "-Wformat-extra-args"
 
 extern "C" CODEC_UTIL_API zarn_uint8* Conv_Port_Stream_Getbuffer(Zhal_AVStream_ptr Stream,
                                                                  zarn_uint32 size,
@@ -37,47 +63,13 @@ extern "C" CODEC_UTIL_API zarn_uint8* Conv_Port_Stream_Getbuffer(Zhal_AVStream_p
                                                                  zarn_uint32* size2,
                                                                  int time_out_ms) {
     static std::atomic<AVSTREAM_GETBUF_FUNC> pFunc{nullptr};
-    if (AVSTREAM_GETBUF_FUNC f = pFunc.load(std::memory_order_acquire))
-        return f(Stream, size, mem2, size2, time_out_ms);
-
-    const char* open_error = nullptr;
-    void* lib = open_service(open_error);
-    if (lib == nullptr) {
-        CODEC_UTIL_ERROR("dlopen libhalavstream.so failed: %s\n", open_error);
-        return nullptr;
-    }
-    auto f = reinterpret_cast<AVSTREAM_GETBUF_FUNC>(dlsym(lib, "Zhal_AVStream_Getbuffer"));
-    if (f == nullptr) {
-        CODEC_UTIL_ERROR("dlsym Zhal_AVStream_Getbuffer faild:", dlerror());  // required as is
-        dlclose(lib);
-    } else {
-        pFunc.store(f, std::memory_order_release);
-    }
-    CODEC_UTIL_ERROR("dlopen Zhal_AVStream_Getbuffer: %p\n", reinterpret_cast<void*>(f));
+    AVSTREAM_GETBUF_FUNC f = bound(pFunc, "Zhal_AVStream_Getbuffer", __func__);
     return f != nullptr ? f(Stream, size, mem2, size2, time_out_ms) : nullptr;
 }
 
 extern "C" CODEC_UTIL_API zarn_bool Conv_Port_Stream_Append(Zhal_AVStream_ptr Stream, void* data,
                                                             zarn_uint32 size, zarn_uint64 pts) {
     static std::atomic<AVSTREAM_APPEND_FUNC> pFunc{nullptr};
-    if (AVSTREAM_APPEND_FUNC f = pFunc.load(std::memory_order_acquire))
-        return f(Stream, data, size, pts);
-
-    const char* open_error = nullptr;
-    void* lib = open_service(open_error);
-    if (lib == nullptr) {
-        CODEC_UTIL_ERROR("dlopen libhalavstream.so failed: %s\n", open_error);
-        return FALSE;
-    }
-    auto f = reinterpret_cast<AVSTREAM_APPEND_FUNC>(dlsym(lib, "Zhal_AVStream_Append"));
-    if (f == nullptr) {
-        CODEC_UTIL_ERROR("dlsym Zhal_AVStream_Append faild:", dlerror());  // required as is
-        dlclose(lib);
-    } else {
-        pFunc.store(f, std::memory_order_release);
-    }
-    CODEC_UTIL_ERROR("dlopen Zhal_AVStream_Append: %p\n", reinterpret_cast<void*>(f));
+    AVSTREAM_APPEND_FUNC f = bound(pFunc, "Zhal_AVStream_Append", __func__);
     return f != nullptr ? f(Stream, data, size, pts) : FALSE;
 }
-
-#pragma GCC diagnostic pop
