@@ -28,13 +28,13 @@ using Constructor = void* (*)(CodecUtilMemVtable_t*);
 // CodecUtil_VP9_Create; a NULL entry is a type without a dispatcher
 // constructor.
 constexpr Constructor kConstructors[] = {
-    nullptr,                 // CODEC_UTIL_TYPE_DIVX311
+    CodecUtil_DivX311_Create,  // CODEC_UTIL_TYPE_DIVX311
     CodecUtil_MPEG4_Create,  // CODEC_UTIL_TYPE_MPEG4
     CodecUtil_H264_Create,   // CODEC_UTIL_TYPE_H264
-    nullptr,                 // CODEC_UTIL_TYPE_VC1
-    nullptr,                 // CODEC_UTIL_TYPE_SPARK
-    nullptr,                 // CODEC_UTIL_TYPE_VP6
-    nullptr,                 // CODEC_UTIL_TYPE_VP8
+    CodecUtil_VC1_Create,    // CODEC_UTIL_TYPE_VC1
+    CodecUtil_SPARK_Create,  // CODEC_UTIL_TYPE_SPARK
+    CodecUtil_VP6_Create,    // CODEC_UTIL_TYPE_VP6
+    CodecUtil_VP8_Create,    // CODEC_UTIL_TYPE_VP8
     nullptr,                 // CODEC_UTIL_TYPE_AAC
     nullptr,                 // CODEC_UTIL_TYPE_VOIBIS
     nullptr,                 // CODEC_UTIL_TYPE_OPUS

@@ -1,0 +1,111 @@
+// SPARK and VP6 take no get-buffer function: space comes from the HAL port,
+// here the HAL stand-in found on the loader's path.
+#include <gtest/gtest.h>
+
+#include "log_capture.h"
+#include "payload_test_util.h"
+#include "test_memory.h"
+#include "zarn_codec_util_priv.h"
+
+namespace {
+
+using codecutil_test::LogCapture;
+using namespace payload_test;
+
+struct Codec {
+    const char* name;
+    CodecUtilType_e type;
+    uint8_t codec_id;
+};
+constexpr Codec kCodecs[] = {{"SPARK", CODEC_UTIL_TYPE_SPARK, 0x39},
+                             {"VP6", CODEC_UTIL_TYPE_VP6, 0x36}};
+
+void* make(const Codec& c, int32_t w = 320, int32_t h = 240) {
+    void* r = Zarn_CodecUtil_Create(c.type, nullptr);
+    CodecUtilSparkParam_t p{w, h};  // same layout as CodecUtilVP6Param_t
+    EXPECT_EQ(Zarn_CodecUtil_SetParam(r, &p), TRUE);
+    return r;
+}
+
+Bytes header(uint8_t scode, uint32_t l, uint8_t id) {
+    return {0x00,
+            0x00,
+            0x01,
+            scode,
+            uint8_t(l >> 16),
+            uint8_t(l >> 8),
+            0x4E,
+            uint8_t(l),
+            id,
+            0x01,
+            0x01,
+            0x40,
+            0x58,
+            0x00,
+            0xF0,
+            0x50};
+}
+
+TEST(SparkVp6, ConfigurationHeaderOnceThenFrameHeaders) {
+    for (const auto& c : kCodecs) {
+        SCOPED_TRACE(c.name);
+        void* h = make(c);
+        EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), TRUE);
+        // A client get-buffer function is ignored: the slot is NULL.
+        codecutil_test::TestRing ring;
+        Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
+        HalStream hal(4096);
+        const Bytes f = ramp(100);
+        const Out first = hal.push(h, {f});
+        EXPECT_EQ(first.size, 132u);
+        EXPECT_EQ(first.bytes,
+                  cat({header(0x31, 12, c.codec_id), header(0x32, 112, c.codec_id), f}));
+        EXPECT_EQ(hal.push(h, {f}).bytes, cat({header(0x32, 112, c.codec_id), f}));
+        EXPECT_EQ(hal.push(h, {{}}).bytes, header(0x32, 12, c.codec_id));
+        EXPECT_EQ(ring.requests(), 0);
+        Zarn_CodecUtil_Destroy(h);
+    }
+}
+
+TEST(SparkVp6, RefusalsAndMissingStore) {
+    for (const auto& c : kCodecs) {
+        SCOPED_TRACE(c.name);
+        HalStream hal(64);
+        void* h = Zarn_CodecUtil_Create(c.type, nullptr);
+        for (bool null_param : {false, true}) {
+            if (null_param) {
+                EXPECT_EQ(Zarn_CodecUtil_SetParam(h, nullptr), FALSE);
+            }
+            EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), FALSE);
+            const Out o = hal.push(h, {ramp(4)});
+            EXPECT_EQ(o.ret, nullptr);
+            EXPECT_EQ(o.size, 0xDEADBEEFu);
+        }
+        CodecUtilVP6Param_t p{320, 240};
+        ASSERT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
+        const Out refused = hal.push(h, {ramp(40)});  // 72 bytes do not fit a 64-byte ring
+        EXPECT_EQ(refused.ret, nullptr);
+        EXPECT_EQ(refused.size, 0xDEADBEEFu);
+        EXPECT_EQ(hal.push(h, {ramp(4)}).size, 36u);  // configuration header retried
+        Zarn_CodecUtil_Destroy(h);
+
+        codecutil_test::CountingMemory mem;
+        h = c.type == CODEC_UTIL_TYPE_SPARK ? CodecUtil_SPARK_Create(mem.table())
+                                            : CodecUtil_VP6_Create(mem.table());
+        mem.fail_at(1);
+        EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), FALSE);
+        EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
+        Zarn_CodecUtil_Destroy(h);
+        EXPECT_EQ(mem.live(), 0);
+    }
+}
+
+TEST(SparkVp6, EveryWrapOffsetThroughTheHalRing) {
+    LogCapture quiet;
+    for (const auto& c : kCodecs) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(wrap_mismatches([&] { return make(c); }, {{ramp(9)}, {ramp(5)}}, true).empty());
+    }
+}
+
+}  // namespace
