@@ -1,0 +1,12 @@
+/* Compiled as C99 only: the splitter face's public headers are valid C. */
+#include "io_base.h"
+#include "io_buffer.h"
+#include "registry.h"
+#include "sei_sps_parser.h"
+#include "avc_sei_sps_parser.h"
+#include "hevc_sei_sps_parser.h"
+
+int vessplitter_c_headers_compile(void);
+int vessplitter_c_headers_compile(void) {
+    return (int)sizeof(parser_t) + (int)sizeof(bbio_buf_t);
+}

@@ -1,0 +1,50 @@
+// Internals shared by the AVC and HEVC parsers: RBSP loading and the SEI
+// message walk (H.264 7.3.2.3 / H.265 7.3.5: type and size in byte-run
+// coding, messages until rbsp_trailing_bits).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "io_base.h"
+
+namespace vesparser {
+
+// Payload bytes looked at per NAL unit (the RBSP buffers hold this much).
+inline constexpr uint32_t kMaxRbsp = 1024;
+
+// The one exit point for the stream conditions that end the process.
+[[noreturn]] void end_process(int status);
+
+// True when the NAL unit holds its start code and its header: the header
+// byte(s) may be read and the payload length does not wrap.
+[[nodiscard]] bool nal_fits(const uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
+                            uint32_t hdr_len);
+
+// Copies at most kMaxRbsp payload bytes into rbsp without emulation-prevention
+// bytes, attaches a non-empty result to dsb and drops the reader's bit cache.
+// Returns the RBSP size; an empty RBSP is not attached.
+size_t load_rbsp(bbio_handle_t dsb, uint8_t* rbsp, const uint8_t* payload, uint32_t payload_len);
+
+struct SeiNal {
+    const uint8_t* nal_buf;
+    int32_t nal_size;
+    int32_t startcode_len;
+    uint32_t hdr_len;  // NAL header bytes: 1 (AVC) or 2 (HEVC)
+};
+
+// Called for each complete message with its payload type and the RBSP offset
+// of its first byte, the reader standing at the payload; false stops the
+// walk with -1.
+using SeiHandler = bool (*)(void* ctx, uint32_t type, uint64_t start);
+
+// Walks the messages of one SEI NAL unit whose header is known to fit.
+// Trailing zero bytes are dropped first. Returns 0 when the RBSP ends in the
+// single byte 0x80 after the last message or a message was cut by the
+// kMaxRbsp limit, -1 for a malformed sequence (warning under func's name).
+// An empty RBSP ends the process with status 1001. A NAL unit that is only
+// zero bytes after its start code returns -1.
+int32_t walk_sei_messages(const char* func, const SeiNal& nal, uint8_t* rbsp, size_t* rbsp_size,
+                          bbio_handle_t dsb, SeiHandler handler, void* ctx);
+
+}  // namespace vesparser
