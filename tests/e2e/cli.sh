@@ -42,6 +42,12 @@ video_bytes=$(ffprobe -v error -select_streams v:0 -show_entries packet=size -of
     awk '{ n += $1 } END { print n }')
 [[ $bytes_in -eq $video_bytes ]] || fail "bytes_in $bytes_in, the video packets hold $video_bytes"
 
+# A name that JSON must escape comes back as given.
+odd=$'odd "name"\\ with\ttab.avi'
+cp mixed.avi "$odd"
+convert_json odd.json "$odd" -o odd
+check_report odd.json --input "$odd" --streams 1
+
 # Human summary: the converted stream with its output, the skipped one by codec.
 expect_exit 0 summary.txt err.txt "$CODECUTIL" convert mixed.avi -o human
 grep -q "stream 0 .*mpeg4.*human/stream0.m4v" summary.txt || fail "summary: $(cat summary.txt)"

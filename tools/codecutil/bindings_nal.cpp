@@ -40,7 +40,9 @@ bool match_mpeg4(const AVStream* st) { return st->codecpar->codec_id == AV_CODEC
 
 void* create_h264(const AVStream*) { return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_H264, nullptr); }
 void* create_h265(const AVStream*) { return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_H265, nullptr); }
-void* create_mpeg4(const AVStream*) { return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_MPEG4, nullptr); }
+void* create_mpeg4(const AVStream*) {
+    return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_MPEG4, nullptr);
+}
 
 // H.264, H.265 and MPEG-4 records share the layout { data, size }.
 template <class Record>
@@ -60,9 +62,10 @@ void* blob_param(const AVStream* st, ParamStorage& out) {
 // record's sake: the presentation time in microseconds and the key-frame bit.
 void prepare_unit(const AVStream* st, const AVPacket* pkt, CodecUtilBuffer_t& buf) {
     const int64_t ts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
-    buf.timestamp = ts == AV_NOPTS_VALUE || ts < 0
-                        ? 0
-                        : static_cast<zarn_uint64>(av_rescale_q(ts, st->time_base, AVRational{1, 1000000}));
+    buf.timestamp =
+        ts == AV_NOPTS_VALUE || ts < 0
+            ? 0
+            : static_cast<zarn_uint64>(av_rescale_q(ts, st->time_base, AVRational{1, 1000000}));
     buf.flag = (pkt->flags & AV_PKT_FLAG_KEY) != 0 ? CODEC_UTIL_FLAG_KEY_FRAME : 0u;
 }
 

@@ -51,8 +51,8 @@ constexpr uint64_t kMaxRingSize = 1u << 30;
 constexpr const char* kDefaultOutputDir = "codecutil-out";
 // Progress appears only for inputs that take longer than this, and is
 // redrawn at most this often.
-constexpr auto kProgressDelay = std::chrono::milliseconds(1000);
-constexpr auto kProgressPeriod = std::chrono::milliseconds(200);
+constexpr auto kProgressDelay = std::chrono::milliseconds(500);
+constexpr auto kProgressPeriod = std::chrono::milliseconds(100);
 
 struct ConvertOptions {
     const char* input = nullptr;
@@ -84,6 +84,9 @@ struct SkippedStream {
 
 struct FileReport {
     std::string input;
+    // The streams were read (to the end, or until a read error): the counts
+    // below are worth printing even when the conversion failed.
+    bool has_counts = false;
     std::vector<StreamReport> streams;
     std::vector<SkippedStream> skipped;
 };
@@ -172,7 +175,7 @@ void push_packet(StreamJob& job, const AVPacket* pkt) {
     CodecUtilBuffer_t buf{};
     buf.data = pkt->data;
     buf.size = static_cast<zarn_uint32>(pkt->size);
-    job.binding->prepare(job.st, pkt, buf);
+    if (job.binding->prepare != nullptr) job.binding->prepare(job.st, pkt, buf);
     const uint64_t pts = commit_pts(job.st, pkt);
 
     if (!Zarn_CodecUtil_CheckConv(job.converter)) {
@@ -262,8 +265,8 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     } closer{&fmt};
     err = avformat_find_stream_info(fmt, nullptr);
     if (err < 0) {
-        report_error("'" + input + "': libavformat cannot find its streams (" +
-                     av_error_text(err) + ")");
+        report_error("'" + input + "': libavformat cannot find its streams (" + av_error_text(err) +
+                     ")");
         return false;
     }
 
@@ -292,9 +295,11 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     if (jobs.empty()) {
         std::string note = input + ": no stream to convert";
         for (const SkippedStream& s : report.skipped)
-            note += (&s == &report.skipped.front() ? " (skipped: " : ", ") + s.media + " " + s.codec;
+            note +=
+                (&s == &report.skipped.front() ? " (skipped: " : ", ") + s.media + " " + s.codec;
         if (!report.skipped.empty()) note += ")";
         std::fprintf(stderr, "codecutil: %s\n", note.c_str());
+        report.has_counts = true;
         return true;
     }
     if (!open_jobs(out_dir, opt, jobs, report)) return false;
@@ -310,6 +315,7 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     }
     av_packet_free(&pkt);
     progress.finish();
+    report.has_counts = true;
     bool ok = true;
     if (err != AVERROR_EOF) {
         report_error("'" + input + "': reading stopped early (" + av_error_text(err) + ")");
@@ -337,9 +343,8 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
             ok = false;
         }
         struct stat out_info {};
-        r.bytes_out = ::stat(r.output.c_str(), &out_info) == 0
-                          ? static_cast<uint64_t>(out_info.st_size)
-                          : 0;
+        r.bytes_out =
+            ::stat(r.output.c_str(), &out_info) == 0 ? static_cast<uint64_t>(out_info.st_size) : 0;
         report.streams.push_back(r);
     }
     return ok;
@@ -396,14 +401,14 @@ void print_summary(const FileReport& report) {
             continue;
         }
         const StreamReport& r = *line.converted;
-        std::printf("  stream %d  %-6s %llu packets: %llu converted, %llu passed through, "
-                    "%llu dropped; %llu -> %llu bytes -> %s\n",
-                    r.index, r.codec.c_str(), static_cast<unsigned long long>(r.packets),
-                    static_cast<unsigned long long>(r.converted),
-                    static_cast<unsigned long long>(r.passed_through),
-                    static_cast<unsigned long long>(r.dropped),
-                    static_cast<unsigned long long>(r.bytes_in),
-                    static_cast<unsigned long long>(r.bytes_out), r.output.c_str());
+        std::printf(
+            "  stream %d  %-6s %llu packets: %llu converted, %llu passed through, "
+            "%llu dropped; %llu -> %llu bytes -> %s\n",
+            r.index, r.codec.c_str(), static_cast<unsigned long long>(r.packets),
+            static_cast<unsigned long long>(r.converted),
+            static_cast<unsigned long long>(r.passed_through),
+            static_cast<unsigned long long>(r.dropped), static_cast<unsigned long long>(r.bytes_in),
+            static_cast<unsigned long long>(r.bytes_out), r.output.c_str());
     }
 }
 
@@ -535,15 +540,17 @@ int run_convert(int argc, char** argv) {
     const fs::path out_dir = opt.out_dir;
     if (opt.input != nullptr) {
         FileReport report;
-        if (!convert_file(opt.input, out_dir, opt, report)) return kExitFailure;
-        if (opt.json) {
-            JsonWriter json;
-            write_json(json, report);
-            std::printf("%s\n", json.text().c_str());
-        } else {
-            print_summary(report);
+        const bool ok = convert_file(opt.input, out_dir, opt, report);
+        if (report.has_counts) {
+            if (opt.json) {
+                JsonWriter json;
+                write_json(json, report);
+                std::printf("%s\n", json.text().c_str());
+            } else {
+                print_summary(report);
+            }
         }
-        return kExitOk;
+        return ok ? kExitOk : kExitFailure;
     }
 
     std::vector<fs::path> samples;
@@ -555,10 +562,9 @@ int run_convert(int argc, char** argv) {
     json.begin_array();
     for (const fs::path& sample : samples) {
         FileReport report;
-        if (!convert_file(sample.string(), out_dir / sample.stem(), opt, report)) {
+        if (!convert_file(sample.string(), out_dir / sample.stem(), opt, report))
             status = kExitFailure;
-            continue;
-        }
+        if (!report.has_counts) continue;
         if (opt.json) {
             write_json(json, report);
         } else {

@@ -40,7 +40,8 @@ bool read_file(const char* path, std::vector<uint8_t>& data) {
     }
     uint8_t chunk[1 << 16];
     size_t n = 0;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) data.insert(data.end(), chunk, chunk + n);
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
+        data.insert(data.end(), chunk, chunk + n);
     const bool failed = std::ferror(f) != 0;
     const int saved_errno = errno;
     std::fclose(f);
@@ -76,9 +77,11 @@ int run_inspect(int argc, char** argv) {
             print_help();
             return kExitOk;
         }
-        if (take_option(argc, argv, i, "--format", value) || take_option(argc, argv, i, "-f", value)) {
+        if (take_option(argc, argv, i, "--format", value) ||
+            take_option(argc, argv, i, "-f", value)) {
             if (value == nullptr || *value == '\0') {
-                report_error("inspect: " + arg + " needs a format name (known: " + known_formats() + ")");
+                report_error("inspect: " + arg + " needs a format name (known: " + known_formats() +
+                             ")");
                 return kExitUsage;
             }
             format = value;
@@ -92,7 +95,8 @@ int run_inspect(int argc, char** argv) {
             report_error("inspect: unknown option '" + arg + "' (try 'codecutil inspect --help')");
             return kExitUsage;
         } else if (path != nullptr) {
-            report_error("inspect takes one FILE (got '" + std::string(path) + "' and '" + arg + "')");
+            report_error("inspect takes one FILE (got '" + std::string(path) + "' and '" + arg +
+                         "')");
             return kExitUsage;
         } else {
             path = argv[i];
@@ -105,7 +109,8 @@ int run_inspect(int argc, char** argv) {
     }
     const InspectFormat* f = find_format(format);
     if (f == nullptr) {
-        report_error(std::string("inspect: unknown format '") + format + "' (known: " + known_formats() + ")");
+        report_error(std::string("inspect: unknown format '") + format +
+                     "' (known: " + known_formats() + ")");
         return kExitUsage;
     }
     std::vector<uint8_t> data;

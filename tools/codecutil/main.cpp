@@ -19,16 +19,18 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]", run_convert},
+    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]",
+     run_convert},
     {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
 };
 
 void print_usage(std::FILE* out) {
     std::fputs("usage: codecutil COMMAND [ARGS]\n\ncommands:\n", out);
     for (const Command& c : kCommands) std::fprintf(out, "  codecutil %s\n", c.synopsis);
-    std::fputs("\n'codecutil COMMAND --help' describes a command. 'codecutil convert' without\n"
-               "INPUT converts the bundled samples.\n",
-               out);
+    std::fputs(
+        "\n'codecutil COMMAND --help' describes a command. 'codecutil convert' without\n"
+        "INPUT converts the bundled samples.\n",
+        out);
 }
 
 }  // namespace
