@@ -35,9 +35,9 @@ constexpr Constructor kConstructors[] = {
     CodecUtil_SPARK_Create,  // CODEC_UTIL_TYPE_SPARK
     CodecUtil_VP6_Create,    // CODEC_UTIL_TYPE_VP6
     CodecUtil_VP8_Create,    // CODEC_UTIL_TYPE_VP8
-    nullptr,                 // CODEC_UTIL_TYPE_AAC
-    nullptr,                 // CODEC_UTIL_TYPE_VOIBIS
-    nullptr,                 // CODEC_UTIL_TYPE_OPUS
+    CodecUtil_AAC_Create,    // CODEC_UTIL_TYPE_AAC
+    CodecUtil_Voibis_Create, // CODEC_UTIL_TYPE_VOIBIS
+    CodecUtil_Opus_Create,   // CODEC_UTIL_TYPE_OPUS
     CodecUtil_H265_Create,   // CODEC_UTIL_TYPE_H265
 };
 

@@ -1,0 +1,158 @@
+// Opus converter: codec data once as its own packet, every packet framed.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "converter_fixture.h"
+#include "log_capture.h"
+#include "packet_test_util.h"
+#include "test_memory.h"
+#include "zarn_codec_util_priv.h"
+
+namespace {
+
+using namespace codecutil_test;
+using packet_test::Bytes;
+using packet_test::Packet;
+using packet_test::ramp;
+
+constexpr const char* kSync = "gst_opus";
+
+// OpusHead (RFC 7845 5.1), 19 bytes: magic, version 1, 2 channels, pre-skip
+// 312, input rate 48000, output gain 0, mapping family 0.
+const Bytes kOpusHead = {'O',  'p',  'u',  's',  'H', 'e', 'a', 'd', 1, 2,
+                         0x38, 0x01, 0x80, 0xBB, 0,   0,   0,   0,   0};
+
+void* make(CodecUtilMemVtable_t* table = nullptr) {
+    void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, table);
+    Zarn_CodecUtil_SetGetBufFunc(h, getbuf_fn());
+    return h;
+}
+
+zarn_bool set(void* h, const Bytes& cd) {
+    Bytes copy = cd;  // the converter keeps its own copy
+    CodecUtilOpusParam_t p{copy.empty() ? nullptr : copy.data(),
+                           static_cast<zarn_uint32>(copy.size())};
+    return Zarn_CodecUtil_SetParam(h, &p);
+}
+
+TEST(OpusConverter, CodecDataGoesOnceAheadOfTheNextPacket) {
+    void* h = make();
+    ASSERT_TRUE(set(h, kOpusHead));
+    TestRing ring;
+    const Bytes packet = ramp(100, 0x20);
+    PushResult r = push(h, ring, packet);
+    ASSERT_EQ(r.size, 44u + 19u + 44u + 100u);
+    std::vector<Packet> packets = packet_test::split(r.bytes, kSync);
+    ASSERT_EQ(packets.size(), 2u);
+    EXPECT_EQ(packets[0].data, kOpusHead);
+    EXPECT_EQ(packets[1].data, packet);
+    // The counter is advanced before the first header: b_o_s is never set.
+    EXPECT_EQ(packets[0].bos, 0u);
+    EXPECT_EQ(packets[1].bos, 0u);
+    r = push(h, ring, packet);
+    ASSERT_EQ(r.size, 144u);
+    packets = packet_test::split(r.bytes, kSync);
+    ASSERT_EQ(packets.size(), 1u);
+    EXPECT_EQ(packets[0].data, packet);
+    Zarn_CodecUtil_Destroy(h);
+}
+
+TEST(OpusConverter, AlwaysConvertingEvenWithoutCodecData) {
+    LogCapture log;
+    void* h = make();
+    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
+    TestRing ring;
+    PushResult r = push(h, ring, ramp(100));
+    ASSERT_EQ(r.size, 144u);
+    // The sync field: eight characters and eight zero bytes.
+    EXPECT_EQ(Bytes(r.bytes.begin(), r.bytes.begin() + 16),
+              (Bytes{'g', 's', 't', '_', 'o', 'p', 'u', 's', 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Bytes(r.bytes.begin() + 16, r.bytes.begin() + 24), (Bytes{0, 0, 0, 100, 0, 0, 0, 0}));
+    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, nullptr));
+    EXPECT_EQ(log.level_of("no param, so don't need do convert"), ZARN_LEVEL_INFO);
+    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
+    EXPECT_TRUE(set(h, {}));
+    EXPECT_EQ(push(h, ring, {1}).size, 45u);
+    Zarn_CodecUtil_Destroy(h);
+    EXPECT_EQ(log.level_of("Create Opus CodecUtil handler"), ZARN_LEVEL_LOG);
+    EXPECT_EQ(log.level_of("Destroy Opus CodecUtil handler"), ZARN_LEVEL_LOG);
+}
+
+TEST(OpusConverter, RefusedSpaceKeepsTheCodecDataArmed) {
+    void* h = make();
+    ASSERT_TRUE(set(h, kOpusHead));
+    TestRing ring;
+    ring.refuse_next(1);
+    PushResult r = push(h, ring, {7});
+    EXPECT_EQ(r.ret, nullptr);
+    EXPECT_EQ(r.size, 0u);
+    EXPECT_EQ(ring.last_request(), 44u + 19u + 44u + 1u);
+    EXPECT_EQ(push(h, ring, {7}).size, 44u + 19u + 44u + 1u);
+    Zarn_CodecUtil_Destroy(h);
+}
+
+TEST(OpusConverter, LatestCodecDataWins) {
+    void* h = make();
+    ASSERT_TRUE(set(h, {1, 2, 3}));
+    ASSERT_TRUE(set(h, kOpusHead));
+    TestRing ring;
+    std::vector<Packet> packets = packet_test::split(push(h, ring, {9}).bytes, kSync);
+    ASSERT_EQ(packets.size(), 2u);
+    EXPECT_EQ(packets[0].data, kOpusHead);
+    Zarn_CodecUtil_Destroy(h);
+}
+
+TEST(OpusConverter, EveryWrapOffsetGivesTheContiguousBytes) {
+    EXPECT_EQ(wrap_mismatches(
+                  [] {
+                      void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, nullptr);
+                      set(h, kOpusHead);
+                      return h;
+                  },
+                  ramp(12, 0x90)),
+              std::vector<uint32_t>{});
+}
+
+TEST(OpusConverter, ExportedGetBufferInstaller) {
+    void* h = CodecUtil_Opus_Create(nullptr);
+    ASSERT_NE(h, nullptr);
+    CodecUtil_Opus_SetGetBufFunc(static_cast<CodecUtilBase_t*>(h), getbuf_fn());
+    TestRing ring;
+    EXPECT_EQ(push(h, ring, {1, 2, 3}).size, 47u);
+    EXPECT_EQ(ring.requests(), 1);
+    Zarn_CodecUtil_Destroy(h);
+}
+
+// A copy still pending is released by destroy, by a later set_param of any
+// kind, and is never left behind by a failed allocation.
+TEST(OpusConverter, PendingCodecDataIsReleased) {
+    CountingMemory mem;
+    void* h = make(mem.table());
+    ASSERT_TRUE(set(h, kOpusHead));
+    EXPECT_EQ(mem.live(), 2);
+    Zarn_CodecUtil_Destroy(h);
+    EXPECT_EQ(mem.live(), 0);
+
+    h = make(mem.table());
+    ASSERT_TRUE(set(h, kOpusHead));
+    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, nullptr));
+    EXPECT_EQ(mem.live(), 1);
+    TestRing ring;
+    EXPECT_EQ(push(h, ring, {1}).size, 45u);  // nothing pending any more
+    ASSERT_TRUE(set(h, kOpusHead));
+    EXPECT_TRUE(set(h, {}));
+    EXPECT_EQ(mem.live(), 1);
+
+    ASSERT_TRUE(set(h, kOpusHead));
+    mem.fail_at(1);
+    EXPECT_FALSE(set(h, {4, 5, 6}));
+    EXPECT_EQ(mem.live(), 1);
+    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
+    EXPECT_EQ(push(h, ring, {1}).size, 45u);
+    Zarn_CodecUtil_Destroy(h);
+    EXPECT_EQ(mem.live(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+// Splits the output of the Vorbis and Opus converters back into packets,
+// checking every 44-byte packet header on the way.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace packet_test {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Packet {
+    uint32_t bos;
+    Bytes data;
+};
+
+inline uint32_t be32(const uint8_t* p) {
+    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
+}
+
+// Packet headers: the sync text zero-padded to 16 bytes, the length, b_o_s,
+// then e_o_s, granulepos and packetno all zero. A fault is a test failure.
+inline std::vector<Packet> split(const Bytes& out, const std::string& sync) {
+    std::vector<Packet> packets;
+    size_t at = 0;
+    while (at < out.size()) {
+        EXPECT_GE(out.size() - at, 44u) << "header cut at " << at;
+        if (out.size() - at < 44) break;
+        const uint8_t* h = out.data() + at;
+        Bytes want_sync(16, 0);
+        std::memcpy(want_sync.data(), sync.data(), sync.size());
+        EXPECT_EQ(Bytes(h, h + 16), want_sync) << "at " << at;
+        for (int i = 24; i < 44; ++i) EXPECT_EQ(h[i], 0) << "byte " << i << " at " << at;
+        const uint32_t size = be32(h + 16);
+        EXPECT_LE(size, out.size() - at - 44) << "packet cut at " << at;
+        if (size > out.size() - at - 44) break;
+        packets.push_back({be32(h + 20), Bytes(h + 44, h + 44 + size)});
+        at += 44 + size;
+    }
+    return packets;
+}
+
+inline Bytes ramp(size_t n, uint8_t first = 1) {
+    Bytes b(n);
+    for (size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(first + i);
+    return b;
+}
+
+}  // namespace packet_test
