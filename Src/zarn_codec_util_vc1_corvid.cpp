@@ -159,10 +159,11 @@ void vc1_corvid_init_params(ZarnUtilCodecVC1Corvid_t* r) {
 }
 
 // Offset of the first SEQ_SC/EP_SC/FRM_SC at or after `from`, or `size`.
-uint32_t find_unit_start(const uint8_t* data, uint32_t size, uint32_t from) {
+// `trace` logs every word looked at (the search for a unit's start).
+uint32_t find_unit_start(const uint8_t* data, uint32_t size, uint32_t from, bool trace) {
     for (uint32_t i = from; size >= 4 && i <= size - 4; ++i) {
         const uint32_t word = read_be_unchecked(data + i, 4);
-        CODEC_UTIL_TRACE("The iTmp is %x", word);
+        if (trace) CODEC_UTIL_TRACE("The iTmp is %x", word);
         if (is_unit_start(word)) return i;
     }
     return size;
@@ -177,15 +178,19 @@ void scan_codec_data_units(ZarnUtilCodecVC1Corvid_t* r) {
     const uint32_t size = r->codec_data_size;
     uint32_t pos = 0;
     while (pos < size) {
-        pos = find_unit_start(data, size, pos);
+        const uint32_t from = pos;
+        pos = find_unit_start(data, size, from, true);
         if (pos == size) {
-            CODEC_UTIL_DEBUG("cpTmp=%p,left_size=%d", static_cast<void*>(data + pos), 0);
+            // Where the search stopped: fewer than four bytes left.
+            const uint32_t stop = size >= 3 && size - 3 > from ? size - 3 : from;
+            CODEC_UTIL_DEBUG("cpTmp=%p,left_size=%d", static_cast<void*>(data + stop),
+                             static_cast<int>(size - stop));
             return;
         }
         const uint32_t word = read_be_unchecked(data + pos, 4);
         CODEC_UTIL_DEBUG("iTmp = %x, it will compare with: SEQ_SC = %x, EP_SC = %x, FRM_SC = %x\n",
                          word, SEQ_SC, EP_SC, FRM_SC);
-        const uint32_t end = find_unit_start(data, size, pos + 4);
+        const uint32_t end = find_unit_start(data, size, pos + 4, false);
         uint8_t* const unit = data + pos;
         const uint32_t length = end - pos;
         if (word == SEQ_SC) {
@@ -584,6 +589,10 @@ zarn_uint8* push_advanced(ZarnUtilCodecVC1Corvid_t* r, void* stream,
 //   four-character code none of the three     NULL, *new_size untouched
 //   no ring space (or output past 32 bits)    NULL, *new_size 0
 //   converted                                 space, *new_size = output length
+// A refused request keeps a "WMV3" sequence packet pending; the advanced
+// profile's sequence header is not offered again. Advanced-profile units are
+// sent whole whatever their length (no fixed prefix store), and frames under
+// four bytes count as beginning with no start code.
 zarn_uint8* vc1_corvid_push_buffer(CodecUtilBase_t* h, void* stream, CodecUtilBuffer_t* in_buf,
                                    zarn_uint32* new_size) {
     if (h == nullptr || in_buf == nullptr || new_size == nullptr) {
