@@ -4,7 +4,6 @@
 
 #include "log_capture.h"
 #include "payload_test_util.h"
-#include "test_memory.h"
 #include "zarn_codec_util_priv.h"
 
 namespace {
@@ -105,45 +104,6 @@ TEST(Vp8, FirstInterFrameUsesParameterSize) {
     EXPECT_EQ(push(h, ring, {f}).bytes, cat({config_packet(0x00, 0xB0, 0x00, 0x90),
                                              frame_prefix(20, 0x00, 0xB0, 0x00, 0x90), f}));
     Zarn_CodecUtil_Destroy(h);
-}
-
-TEST(Vp8, RefusalsAndMissingStore) {
-    LogCapture quiet;
-    TestRing ring;
-    void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VP8, nullptr);
-    Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
-    const Bytes f = vp8_frame(true, 64, 48);
-    // Before set_param, and after a failed one, there is no store.
-    for (bool null_param : {false, true}) {
-        if (null_param) {
-            EXPECT_EQ(Zarn_CodecUtil_SetParam(h, nullptr), FALSE);
-        }
-        EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), FALSE);
-        const Out o = push(h, ring, {f});
-        EXPECT_EQ(o.ret, nullptr);
-        EXPECT_EQ(o.size, 0xDEADBEEFu);
-    }
-    CodecUtilVP8Param_t p{64, 48};
-    ASSERT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
-    ring.refuse_next(1);
-    const Out refused = push(h, ring, {f});
-    EXPECT_EQ(refused.ret, nullptr);
-    EXPECT_EQ(refused.size, 0xDEADBEEFu);
-    EXPECT_EQ(push(h, ring, {f}).size, f.size() + 72);  // configuration retried
-    Zarn_CodecUtil_Destroy(h);
-}
-
-TEST(Vp8, FailedStoreAllocation) {
-    codecutil_test::CountingMemory mem;
-    void* h = CodecUtil_VP8_Create(mem.table());
-    mem.fail_at(1);
-    CodecUtilVP8Param_t p{64, 48};
-    EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), FALSE);
-    EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), FALSE);
-    EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
-    EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
-    Zarn_CodecUtil_Destroy(h);
-    EXPECT_EQ(mem.live(), 0);
 }
 
 TEST(Vp8, EveryWrapOffset) {

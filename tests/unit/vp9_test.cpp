@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "payload_test_util.h"
-#include "test_memory.h"
 #include "zarn_codec_util_priv.h"
 
 namespace {
@@ -64,36 +63,6 @@ TEST(Vp9, ZeroFrameRateAndSizeTruncation) {
 
 TEST(Vp9, NotInTheDispatcher) {
     EXPECT_EQ(Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VP9, nullptr), nullptr);
-}
-
-TEST(Vp9, RefusalsAndMissingStore) {
-    TestRing ring;
-    void* h = CodecUtil_VP9_Create(nullptr);
-    Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
-    for (bool null_param : {false, true}) {
-        if (null_param) {
-            EXPECT_EQ(Zarn_CodecUtil_SetParam(h, nullptr), FALSE);
-        }
-        EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), FALSE);
-        const Out o = push(h, ring, {ramp(4)});
-        EXPECT_EQ(o.ret, nullptr);
-        EXPECT_EQ(o.size, 0xDEADBEEFu);
-    }
-    CodecUtilVP9Param_t p{64, 48, 25};
-    ASSERT_EQ(Zarn_CodecUtil_SetParam(h, &p), TRUE);
-    ring.refuse_next(1);
-    EXPECT_EQ(push(h, ring, {ramp(4)}).size, 0xDEADBEEFu);
-    EXPECT_EQ(push(h, ring, {ramp(4)}).size, 4u + 44u);  // file header retried
-    EXPECT_EQ(push(h, ring, {ramp(4)}).size, 4u + 12u);
-    Zarn_CodecUtil_Destroy(h);
-
-    codecutil_test::CountingMemory mem;
-    h = CodecUtil_VP9_Create(mem.table());
-    mem.fail_at(1);
-    EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), FALSE);
-    EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), FALSE);
-    Zarn_CodecUtil_Destroy(h);
-    EXPECT_EQ(mem.live(), 0);
 }
 
 TEST(Vp9, EveryWrapOffset) {
