@@ -123,8 +123,14 @@ typedef struct avc_parser_t_* avc_parser_handle_t;
 
 int avc_parser_init(avc_parser_handle_t parser, uint8_t NalHrdBpPresentFlag,
                     uint8_t CpbDpbDelaysPresentFlag);
+/* 0 parsed, 1 rejected. Rejected besides the profile/level/id checks: a unit
+ * shorter than start code + header or without payload bytes, cpb_cnt_minus1
+ * above 31, num_ref_frames_in_pic_order_cnt_cycle above 255. Only the first
+ * 1024 payload bytes are read. */
 int32_t avc_parse_sps(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
                       parser_handle_t parser);
+/* 0 or -1 (a unit shorter than start code + header is -1). A picture timing
+ * before any buffering period is skipped and not counted. */
 int32_t avc_parse_sei_messages(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
                                parser_handle_t parser);
 void avc_get_bp_params(avc_sps_t* sps, avc_decoder_t* dec, BOOL save);

@@ -266,8 +266,18 @@ typedef struct hevc_parser_t_* hevc_parser_handle_t;
 
 int hevc_parser_init(hevc_parser_handle_t parser, uint8_t NalHrdBpPresentFlag,
                      uint8_t CpbDpbDelaysPresentFlag);
+/* 0 parsed, 1 rejected. Rejected besides the checks of the H.265 syntax: a
+ * unit shorter than start code + 2-byte header or without payload bytes,
+ * separate_colour_plane_flag or field_seq_flag 1 (unsupported), more than 7
+ * sub-layers, more than 16 pictures in a short-term set (explicit or
+ * derived), a POC delta beyond 2^15, more than 32 long-term candidates,
+ * cpb_cnt_minus1 above 31, CTB above 64, transform or PCM blocks above 32,
+ * a CU depth above 6. No array of the record is written past its end. */
 int32_t hevc_parse_sps(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
                        parser_handle_t parser);
+/* 0 or -1 (a unit shorter than start code + header is -1). A picture timing
+ * before any buffering period is skipped and not counted; the buffering
+ * period reads at most 32 CPB specifications. */
 int32_t hevc_parse_sei_messages(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
                                 parser_handle_t parser);
 void hevc_parser_reset(parser_handle_t parser);

@@ -4,8 +4,10 @@
  * 'b', registered by bbio_buf_reg for the modes 'w' and 'r'. A bbio_buf_t
  * begins with a whole bbio_t, so its address is used as a bbio_handle_t.
  *
- * Read mode ('r'): set_buffer attaches the input (it must be non-NULL and
- * non-empty; the parsers check this before attaching); with re_al set the
+ * Read mode ('r'): set_buffer attaches the input. It must be non-NULL and
+ * non-empty (assert "buf && buf_size"; the parsers never attach an empty
+ * RBSP); a build without asserts attaches such input as empty, so every read
+ * returns 0 bytes and the bit reader sees zero bits. With re_al set the
  * device owns the storage and frees it in destroy. Reading past data_size
  * prints "Io buffer: ERR: read beyond buffer" on standard output and returns
  * the bytes that are there.
