@@ -221,6 +221,26 @@ TEST(BitBuffer, WindBackAcrossTheAreaStart) {
     EXPECT_EQ(ReadBits(&b, 8), 0xEFu);
 }
 
+// Writes have no capacity check, so more bits can be pending than the area
+// holds; a read or wind then steps further than the area is long and wraps
+// modulo its length.
+TEST(BitBuffer, StepsLongerThanTheAreaWrapModuloItsLength) {
+    uint8_t one[1] = {};
+    BIT_BUF b;
+    CreateBitBuffer(&b, one, 8);
+    for (int i = 0; i < 3; ++i) WriteBits(&b, 0xA5, 8);
+    EXPECT_EQ(ReadBits(&b, 24), 0xA5A5A5u);
+    EXPECT_EQ(b.pReadNext, one);
+
+    uint8_t two[2] = {};
+    CreateBitBuffer(&b, two, 16);
+    WriteBits(&b, 0x11223344, 32);  // the area keeps 33 44
+    WindBitBufferBidirectional(&b, 24);
+    EXPECT_FALSE(failed(b));
+    EXPECT_EQ(b.pReadNext, two + 1);
+    EXPECT_EQ(ReadBits(&b, 8), 0x44u);
+}
+
 TEST(BitBuffer, EmptyAreaIsNeverTouched) {
     BIT_BUF b;
     uint8_t byte = 0x5A;
