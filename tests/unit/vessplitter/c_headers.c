@@ -5,8 +5,9 @@
 #include "sei_sps_parser.h"
 #include "avc_sei_sps_parser.h"
 #include "hevc_sei_sps_parser.h"
+#include "vessplitter.h"
 
 int vessplitter_c_headers_compile(void);
 int vessplitter_c_headers_compile(void) {
-    return (int)sizeof(parser_t) + (int)sizeof(bbio_buf_t);
+    return (int)sizeof(parser_t) + (int)sizeof(bbio_buf_t) + (int)sizeof(struct ves_splitter);
 }
