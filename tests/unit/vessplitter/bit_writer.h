@@ -53,8 +53,11 @@ private:
 // 00 00 00 01 + header + payload with 00 00 0x -> 00 00 03 0x for x <= 3.
 inline std::vector<uint8_t> make_nal(std::initializer_list<uint8_t> header,
                                      const std::vector<uint8_t>& rbsp) {
-    std::vector<uint8_t> nal = {0, 0, 0, 1};
-    nal.insert(nal.end(), header);
+    std::vector<uint8_t> nal;
+    nal.reserve(4 + header.size() + rbsp.size() * 3 / 2);
+    for (uint8_t b : std::initializer_list<uint8_t>{0, 0, 0, 1}) nal.push_back(b);
+    // One byte at a time: GCC 12 at -O2 warns falsely on a range insert here.
+    for (uint8_t b : header) nal.push_back(b);
     int zeros = 0;
     for (uint8_t b : rbsp) {
         if (zeros >= 2 && b <= 3) {
