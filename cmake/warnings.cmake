@@ -1,6 +1,7 @@
 # Warning set for the project's own targets; -Werror unless switched off.
 function(codecutil_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow
+  # -Wno-psabi: GCC notes on armhf about an ABI change of GCC 7.1, not warnings.
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Wno-psabi
                          $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>)
   if(CODECUTIL_WERROR)
     target_compile_options(${target} PRIVATE -Werror)

@@ -29,26 +29,6 @@ void* create_vorbis(const AVStream*) {
 }
 void* create_opus(const AVStream*) { return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, nullptr); }
 
-// Copies the extradata into `out.bytes`; false when the stream has none.
-bool keep_extradata(const AVStream* st, ParamStorage& out) {
-    const AVCodecParameters* par = st->codecpar;
-    if (par->extradata == nullptr || par->extradata_size <= 0) return false;
-    out.bytes.assign(par->extradata, par->extradata + par->extradata_size);
-    return true;
-}
-
-// AAC and Opus records share the layout { data, size }.
-template <class Record>
-void* blob_param(const AVStream* st, ParamStorage& out) {
-    if (!keep_extradata(st, out)) return nullptr;
-    static_assert(sizeof(Record) <= sizeof out.record);
-    Record record{};
-    record.data = out.bytes.data();
-    record.size = static_cast<zarn_uint32>(out.bytes.size());
-    std::memcpy(out.record, &record, sizeof record);
-    return out.record;
-}
-
 // The Vorbis converter reads the header packets from these bytes at its first
 // push, so they live in `out` as long as the converter.
 void* vorbis_param(const AVStream* st, ParamStorage& out) {
@@ -61,23 +41,12 @@ void* vorbis_param(const AVStream* st, ParamStorage& out) {
     return out.record;
 }
 
-// The audio converters read neither field; they are filled for the record's
-// sake: the presentation time in microseconds and the key-frame bit.
-void prepare_unit(const AVStream* st, const AVPacket* pkt, CodecUtilBuffer_t& buf) {
-    const int64_t ts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
-    buf.timestamp =
-        ts == AV_NOPTS_VALUE || ts < 0
-            ? 0
-            : static_cast<zarn_uint64>(av_rescale_q(ts, st->time_base, AVRational{1, 1000000}));
-    buf.flag = (pkt->flags & AV_PKT_FLAG_KEY) != 0 ? CODEC_UTIL_FLAG_KEY_FRAME : 0u;
-}
-
 }  // namespace
 
 const CodecBinding kAudioBindings[] = {
-    {"aac", "aac", match_aac, create_aac, blob_param<CodecUtilAACParam_t>, prepare_unit},
-    {"vorbis", "pkt", match_vorbis, create_vorbis, vorbis_param, prepare_unit},
-    {"opus", "pkt", match_opus, create_opus, blob_param<CodecUtilOpusParam_t>, prepare_unit},
+    {"aac", "aac", match_aac, create_aac, blob_param<CodecUtilAACParam_t>, prepare_unit_us},
+    {"vorbis", "pkt", match_vorbis, create_vorbis, vorbis_param, prepare_unit_us},
+    {"opus", "pkt", match_opus, create_opus, blob_param<CodecUtilOpusParam_t>, prepare_unit_us},
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

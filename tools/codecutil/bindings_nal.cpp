@@ -44,37 +44,12 @@ void* create_mpeg4(const AVStream*) {
     return Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_MPEG4, nullptr);
 }
 
-// H.264, H.265 and MPEG-4 records share the layout { data, size }.
-template <class Record>
-void* blob_param(const AVStream* st, ParamStorage& out) {
-    const AVCodecParameters* par = st->codecpar;
-    if (par->extradata == nullptr || par->extradata_size <= 0) return nullptr;
-    out.bytes.assign(par->extradata, par->extradata + par->extradata_size);
-    static_assert(sizeof(Record) <= sizeof out.record);
-    Record record{};
-    record.data = out.bytes.data();
-    record.size = static_cast<zarn_uint32>(out.bytes.size());
-    std::memcpy(out.record, &record, sizeof record);
-    return out.record;
-}
-
-// The NAL and MPEG-4 converters read neither field; they are filled for the
-// record's sake: the presentation time in microseconds and the key-frame bit.
-void prepare_unit(const AVStream* st, const AVPacket* pkt, CodecUtilBuffer_t& buf) {
-    const int64_t ts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
-    buf.timestamp =
-        ts == AV_NOPTS_VALUE || ts < 0
-            ? 0
-            : static_cast<zarn_uint64>(av_rescale_q(ts, st->time_base, AVRational{1, 1000000}));
-    buf.flag = (pkt->flags & AV_PKT_FLAG_KEY) != 0 ? CODEC_UTIL_FLAG_KEY_FRAME : 0u;
-}
-
 }  // namespace
 
 const CodecBinding kNalBindings[] = {
-    {"h264", "h264", match_h264, create_h264, blob_param<CodecUtilH264Param_t>, prepare_unit},
-    {"h265", "h265", match_h265, create_h265, blob_param<CodecUtilH264Param_t>, prepare_unit},
-    {"mpeg4", "m4v", match_mpeg4, create_mpeg4, blob_param<CodecUtilMPEG4Param_t>, prepare_unit},
+    {"h264", "h264", match_h264, create_h264, blob_param<CodecUtilH264Param_t>, prepare_unit_us},
+    {"h265", "h265", match_h265, create_h265, blob_param<CodecUtilH264Param_t>, prepare_unit_us},
+    {"mpeg4", "m4v", match_mpeg4, create_mpeg4, blob_param<CodecUtilMPEG4Param_t>, prepare_unit_us},
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

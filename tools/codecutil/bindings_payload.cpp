@@ -110,42 +110,30 @@ void* vc1_param(const AVStream* st, ParamStorage& out) {
     out.words.assign(1, vc1_fourcc(st));
     p->fourcc = out.words.data();
     p->frameRate = frame_rate(st);
-    if (par->extradata != nullptr && par->extradata_size > 0) {
-        out.bytes.assign(par->extradata, par->extradata + par->extradata_size);
+    if (keep_extradata(st, out)) {
         p->codecData.data = out.bytes.data();
         p->codecData.size = static_cast<zarn_uint32>(out.bytes.size());
     }
     return p;
 }
 
-// Key-frame bit (read by VC-1) and the presentation time in units of
-// 1/kPerSecond s (microseconds, or nanoseconds for VP9), `kMissing` without one.
-template <int kPerSecond, zarn_uint64 kMissing>
-void prepare(const AVStream* st, const AVPacket* pkt, CodecUtilBuffer_t& buf) {
-    const int64_t ts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
-    buf.timestamp =
-        ts == AV_NOPTS_VALUE || ts < 0
-            ? kMissing
-            : static_cast<zarn_uint64>(av_rescale_q(ts, st->time_base, AVRational{1, kPerSecond}));
-    buf.flag = (pkt->flags & AV_PKT_FLAG_KEY) != 0 ? CODEC_UTIL_FLAG_KEY_FRAME : 0u;
-}
-constexpr auto prepare_unit = prepare<1000000, 0>;
-constexpr auto prepare_vp9 = prepare<1000000000, kNoTimestamp>;
+// VP9 reads nanoseconds; VC-1 reads the key-frame bit.
+constexpr auto prepare_vp9 = prepare_unit_in<1000000000, kNoTimestamp>;
 
 }  // namespace
 
 const CodecBinding kPayloadBindings[] = {
     {"divx311", "corvid", match_divx311, create<CODEC_UTIL_TYPE_DIVX311>,
-     size_param<CodecUtilAVIParam_t>, prepare_unit},
+     size_param<CodecUtilAVIParam_t>, prepare_unit_us},
     {"spark", "corvid", match_spark, create<CODEC_UTIL_TYPE_SPARK>,
-     size_param<CodecUtilSparkParam_t>, prepare_unit},
+     size_param<CodecUtilSparkParam_t>, prepare_unit_us},
     {"vp6", "corvid", match_vp6, create<CODEC_UTIL_TYPE_VP6>, size_param<CodecUtilVP6Param_t>,
-     prepare_unit},
+     prepare_unit_us},
     {"vp8", "corvid", match_vp8, create<CODEC_UTIL_TYPE_VP8>, size_param<CodecUtilVP8Param_t>,
-     prepare_unit},
+     prepare_unit_us},
     {"vp9", "ivf", match_vp9, create_vp9, vp9_param, prepare_vp9},
-    {"vc1", "corvid", match_vc1_main, create<CODEC_UTIL_TYPE_VC1>, vc1_param, prepare_unit},
-    {"vc1", "vc1", match_vc1_advanced, create<CODEC_UTIL_TYPE_VC1>, vc1_param, prepare_unit},
+    {"vc1", "corvid", match_vc1_main, create<CODEC_UTIL_TYPE_VC1>, vc1_param, prepare_unit_us},
+    {"vc1", "vc1", match_vc1_advanced, create<CODEC_UTIL_TYPE_VC1>, vc1_param, prepare_unit_us},
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
