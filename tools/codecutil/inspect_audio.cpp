@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "inspect_common.h"
 #include "inspect_format.h"
 
 namespace codecutil_tool {
@@ -40,42 +41,6 @@ constexpr size_t kPacketHeaderSize = 44;
 constexpr size_t kSyncSize = 16;
 constexpr uint32_t kAdtsRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                    22050, 16000, 12000, 11025, 8000,  7350};
-
-uint32_t be32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-           static_cast<uint32_t>(p[2]) << 8 | p[3];
-}
-uint64_t be64(const uint8_t* p) { return static_cast<uint64_t>(be32(p)) << 32 | be32(p + 4); }
-uint32_t le16(const uint8_t* p) { return static_cast<uint32_t>(p[0] | p[1] << 8); }
-uint32_t le32(const uint8_t* p) { return le16(p) | le16(p + 2) << 16; }
-
-// One-line fault report naming the offset; returns the failing status.
-class Faults {
-public:
-    Faults(const char* format, FILE* err) : format_(format), err_(err) {}
-    __attribute__((format(printf, 3, 4))) int at(size_t offset, const char* fmt, ...) const {
-        std::fprintf(err_, "%s: offset %zu: ", format_, offset);
-        va_list ap;
-        va_start(ap, fmt);
-        std::vfprintf(err_, fmt, ap);
-        va_end(ap);
-        std::fputc('\n', err_);
-        return 1;
-    }
-    __attribute__((format(printf, 2, 3))) int plain(const char* fmt, ...) const {
-        std::fprintf(err_, "%s: ", format_);
-        va_list ap;
-        va_start(ap, fmt);
-        std::vfprintf(err_, fmt, ap);
-        va_end(ap);
-        std::fputc('\n', err_);
-        return 1;
-    }
-
-private:
-    const char* format_;
-    FILE* err_;
-};
 
 // What --extract writes, gathered while the stream is walked.
 struct Extraction {

@@ -27,6 +27,7 @@
 #include <cstring>
 #include <string>
 
+#include "inspect_common.h"
 #include "inspect_format.h"
 
 namespace codecutil_tool {
@@ -40,57 +41,11 @@ constexpr uint32_t kRcvFrameLayerSize = 8;
 constexpr uint32_t kVp8FramePad = 8;
 constexpr uint64_t kNoTimestamp = 0xFFFFFFFFFFFFFFFEull;
 
-uint32_t be16(const uint8_t* p) { return static_cast<uint32_t>(p[0] << 8 | p[1]); }
-uint32_t le16(const uint8_t* p) { return static_cast<uint32_t>(p[0] | p[1] << 8); }
-uint32_t le32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
-uint64_t le64(const uint8_t* p) { return le32(p) | static_cast<uint64_t>(le32(p + 4)) << 32; }
-void put_le16(uint8_t* p, uint32_t v) {
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-}
-void put_le32(uint8_t* p, uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-}
-void put_le64(uint8_t* p, uint64_t v) {
-    for (int i = 0; i < 8; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-}
-
 std::string fourcc_text(const uint8_t* p) {
     std::string s;
     for (int i = 0; i < 4; ++i) s += (p[i] >= 0x20 && p[i] < 0x7F) ? static_cast<char>(p[i]) : '.';
     return s;
 }
-
-// One-line fault report naming the offset; returns the failing status.
-class Faults {
-public:
-    Faults(const char* format, FILE* err) : format_(format), err_(err) {}
-    __attribute__((format(printf, 3, 4))) int at(size_t offset, const char* fmt, ...) const {
-        std::fprintf(err_, "%s: offset %zu: ", format_, offset);
-        va_list ap;
-        va_start(ap, fmt);
-        std::vfprintf(err_, fmt, ap);
-        va_end(ap);
-        std::fputc('\n', err_);
-        return 1;
-    }
-    __attribute__((format(printf, 2, 3))) int plain(const char* fmt, ...) const {
-        std::fprintf(err_, "%s: ", format_);
-        va_list ap;
-        va_start(ap, fmt);
-        std::vfprintf(err_, fmt, ap);
-        va_end(ap);
-        std::fputc('\n', err_);
-        return 1;
-    }
-
-private:
-    const char* format_;
-    FILE* err_;
-};
 
 // An extraction target; inactive (every call a no-op) without a folder.
 class OutFile {
