@@ -2,19 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 #include <vector>
 
 #include "converter_fixture.h"
 #include "log_capture.h"
+#include "payload_test_util.h"
 #include "test_memory.h"
 #include "zarn_codec_util_aac.h"
 
 namespace {
 
 using namespace codecutil_test;
-using Bytes = std::vector<uint8_t>;
+using payload_test::Bytes;
+using payload_test::cat;
+using payload_test::hex;
 
 // One syntax element: value and width in bits.
 struct Field {
@@ -37,25 +39,11 @@ Bytes pack(std::initializer_list<Field> fields) {
     return out;
 }
 
-// audioObjectType, samplingFrequencyIndex, channelConfiguration and the
-// three GASpecificConfig flags (frameLengthFlag, dependsOnCoreCoder,
-// extensionFlag) all 0.
+// AAC LC with samplingFrequencyIndex and channelConfiguration, the three
+// GASpecificConfig flags 0: exactly 16 bits.
 Bytes lc(unsigned sr_index, unsigned channels) {
     return pack({{2, 5}, {sr_index, 4}, {channels, 4}, {0, 3}});
 }
-
-struct AscCase {
-    const char* name;
-    Bytes asc;
-    eTrnsptError result;
-    int aot = 0;
-    uint32_t rate = 0;
-    uint32_t ext_rate = 0;
-    unsigned channels = 0;
-    unsigned sbr = 0;
-    unsigned ext_aot = 0;
-    uint32_t bits_used = 0;
-};
 
 eTrnsptError parse(const Bytes& asc, tAudioSpecificConfig& out, uint32_t* bits_used = nullptr) {
     Bytes copy = asc;
@@ -68,72 +56,27 @@ eTrnsptError parse(const Bytes& asc, tAudioSpecificConfig& out, uint32_t* bits_u
 }
 
 TEST(AudioSpecificConfig, ParsesKnownConfigs) {
+    struct AscCase {
+        const char* name;
+        Bytes asc;
+        eTrnsptError result;
+        int aot = 0;
+        uint32_t rate = 0;
+        uint32_t ext_rate = 0;
+        unsigned channels = 0;
+        unsigned sbr = 0;
+        unsigned ext_aot = 0;
+        uint32_t bits_used = 0;
+    };
+    // "ff": written by `ffmpeg -f lavfi -i sine=r=R -ac C -c:a aac -ar R a.m4a`:
+    // AAC LC, then sync extension 0x2B7, type 5 (SBR), sbrPresentFlag 0.
     const AscCase cases[] = {
-        // Written by `ffmpeg -f lavfi -i sine=r=R -ac C -c:a aac -ar R a.m4a`: AAC LC
-        // followed by the backward-compatible sync extension 0x2B7, extension
-        // type 5 (SBR) with sbrPresentFlag 0.
-        {"ffmpeg 44100 Hz stereo",
-         {0x12, 0x10, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         44100,
-         44100,
-         2,
-         0,
-         5,
-         33},
-        {"ffmpeg 8000 Hz mono",
-         {0x15, 0x88, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         8000,
-         8000,
-         1,
-         0,
-         5,
-         33},
-        {"ffmpeg 48000 Hz 5.1",
-         {0x11, 0xB0, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         48000,
-         48000,
-         6,
-         0,
-         5,
-         33},
-        {"ffmpeg 22050 Hz mono",
-         {0x13, 0x88, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         22050,
-         22050,
-         1,
-         0,
-         5,
-         33},
-        {"ffmpeg 96000 Hz stereo",
-         {0x10, 0x10, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         96000,
-         96000,
-         2,
-         0,
-         5,
-         33},
-        {"ffmpeg 11025 Hz 7.1",
-         {0x15, 0x38, 0x56, 0xE5, 0x00},
-         eTrnsptOK,
-         2,
-         11025,
-         11025,
-         7,
-         0,
-         5,
-         33},
+        {"ff 44100 2ch", hex("12 10 56 E5 00"), eTrnsptOK, 2, 44100, 44100, 2, 0, 5, 33},
+        {"ff 8000 1ch", hex("15 88 56 E5 00"), eTrnsptOK, 2, 8000, 8000, 1, 0, 5, 33},
+        {"ff 48000 5.1", hex("11 B0 56 E5 00"), eTrnsptOK, 2, 48000, 48000, 6, 0, 5, 33},
+        {"ff 96000 2ch", hex("10 10 56 E5 00"), eTrnsptOK, 2, 96000, 96000, 2, 0, 5, 33},
+        {"ff 11025 7.1", hex("15 38 56 E5 00"), eTrnsptOK, 2, 11025, 11025, 7, 0, 5, 33},
         // Two-byte configs: nothing follows the GA part.
-        {"LC 44100 stereo", {0x12, 0x10}, eTrnsptOK, 2, 44100, 44100, 2, 0, 0, 16},
         {"LC 24000 stereo", {0x13, 0x10}, eTrnsptOK, 2, 24000, 24000, 2, 0, 0, 16},
         {"LC 7350 (last index), 7.1", lc(12, 7), eTrnsptOK, 2, 7350, 7350, 7, 0, 0, 16},
         // Explicit SBR: AOT 5, core 22050, stereo, extension 44100, core AOT 2.
@@ -141,42 +84,15 @@ TEST(AudioSpecificConfig, ParsesKnownConfigs) {
         {"explicit PS", pack({{29, 5}, {6, 4}, {1, 4}, {3, 4}, {2, 5}, {0, 3}}), eTrnsptOK, 2,
          24000, 48000, 1, 1, 5, 25},
         // Backward-compatible SBR with PS behind it (sync 0x548, psPresentFlag).
-        {"implicit SBR + PS",
-         pack({{2, 5},
-               {6, 4},
-               {1, 4},
-               {0, 3},
-               {0x2B7, 11},
-               {5, 5},
-               {1, 1},
-               {3, 4},
-               {0x548, 11},
-               {1, 1}}),
-         eTrnsptOK, 2, 24000, 48000, 1, 1, 5, 49},
-        // Not 0x548: those 11 bits are wound back and not counted.
-        {"implicit SBR, other extension after",
-         pack({{2, 5},
-               {6, 4},
-               {1, 4},
-               {0, 3},
-               {0x2B7, 11},
-               {5, 5},
-               {1, 1},
-               {3, 4},
-               {0x123, 11},
-               {0, 1}}),
+        {"implicit SBR + PS", cat({lc(6, 1), pack({{0x2B7, 11}, {5, 5}, {1, 1}, {3, 4}})}),
          eTrnsptOK, 2, 24000, 48000, 1, 1, 5, 37},
+        {"implicit SBR + PS flag", hex("13 08 56 E5 9D 48 80"), eTrnsptOK, 2, 24000, 48000, 1, 1, 5,
+         49},
+        // Not 0x548 (here 0x123): those 11 bits are wound back and not counted.
+        {"implicit SBR, other after", hex("13 08 56 E5 99 23 00"), eTrnsptOK, 2, 24000, 48000, 1, 1,
+         5, 37},
         // 16 bits follow the GA part but they are not 0x2B7: wound back.
-        {"trailing bits without sync",
-         {0x12, 0x10, 0xAB, 0xCD},
-         eTrnsptOK,
-         2,
-         44100,
-         44100,
-         2,
-         0,
-         0,
-         16},
+        {"trailing bits without sync", hex("12 10 AB CD"), eTrnsptOK, 2, 44100, 44100, 2, 0, 0, 16},
         {"explicit rate in the table", pack({{2, 5}, {15, 4}, {44100, 24}, {2, 4}, {0, 3}}),
          eTrnsptOK, 2, 44100, 44100, 2, 0, 0, 40},
         {"explicit rate off the table", pack({{2, 5}, {15, 4}, {12345, 24}, {1, 4}, {0, 3}}),
@@ -234,26 +150,24 @@ TEST(AudioSpecificConfig, GeneralAudioFields) {
     EXPECT_EQ(asc.GASConfig.nFrameLength, 960);
     EXPECT_EQ(asc.GASConfig.bDependsOnCoreCoder, 1);
     EXPECT_EQ(asc.GASConfig.nCoreCoderDelay, 0x2345u);
-    // AAC scalable with extensionFlag: layerNr (3) then extensionFlag3 (1);
-    // exactly 24 bits, so nothing is read past them.
-    uint32_t used = 0;
-    ASSERT_EQ(parse(pack({{6, 5}, {4, 4}, {2, 4}, {0, 1}, {0, 1}, {1, 1}, {5, 3}, {1, 1}, {0, 4}}),
-                    asc, &used),
-              eTrnsptOK);
-    EXPECT_EQ(used, 20u);
-    EXPECT_EQ(asc.GASConfig.ucExtensionFlag, 1);
-    // ER BSAC with extensionFlag: numOfSubFrame (5), layer_length (11),
-    // extensionFlag3 (1), then epConfig (2).
-    ASSERT_EQ(
-        parse(pack({{22, 5}, {4, 4}, {2, 4}, {0, 2}, {1, 1}, {0, 5}, {0, 11}, {0, 1}, {1, 2}}), asc,
-              &used),
-        eTrnsptOK);
-    EXPECT_EQ(used, 35u);
-    // ER AAC LC with extensionFlag: three resilience flags, extensionFlag3.
-    ASSERT_EQ(
-        parse(pack({{17, 5}, {4, 4}, {2, 4}, {0, 2}, {1, 1}, {7, 3}, {0, 1}, {0, 2}}), asc, &used),
-        eTrnsptOK);
-    EXPECT_EQ(used, 22u);
+    // The bits skipped with extensionFlag set, counted in the bits used:
+    //   AAC scalable: layerNr (3), extensionFlag3 (1); exactly 24 bits
+    //   ER BSAC: numOfSubFrame (5), layer_length (11), extensionFlag3, epConfig (2)
+    //   ER AAC LC: three resilience flags, extensionFlag3, epConfig
+    struct {
+        Bytes asc;
+        uint32_t used;
+    } const skips[] = {
+        {pack({{6, 5}, {4, 4}, {2, 4}, {0, 1}, {0, 1}, {1, 1}, {5, 3}, {1, 1}, {0, 4}}), 20},
+        {pack({{22, 5}, {4, 4}, {2, 4}, {0, 2}, {1, 1}, {0, 5}, {0, 11}, {0, 1}, {1, 2}}), 35},
+        {pack({{17, 5}, {4, 4}, {2, 4}, {0, 2}, {1, 1}, {7, 3}, {0, 1}, {0, 2}}), 22},
+    };
+    for (const auto& s : skips) {
+        uint32_t used = 0;
+        ASSERT_EQ(parse(s.asc, asc, &used), eTrnsptOK);
+        EXPECT_EQ(used, s.used);
+        EXPECT_EQ(asc.GASConfig.ucExtensionFlag, 1);
+    }
 }
 
 TEST(AudioSpecificConfig, ChannelConfigurationZeroIsLoggedAndAccepted) {
@@ -264,28 +178,23 @@ TEST(AudioSpecificConfig, ChannelConfigurationZeroIsLoggedAndAccepted) {
     EXPECT_EQ(log.level_of("we do not support channelConfig == 0"), ZARN_LEVEL_INFO);
 }
 
-TEST(AudioSpecificConfig, SyncExtensionNeedsSixteenBitsWithinBitsToDecode) {
-    Bytes data = {0x12, 0x10, 0x56, 0xE5,
-                  0x00};  // LC 44100 stereo, then 0x2B7, SBR, sbrPresentFlag 0
+TEST(AudioSpecificConfig, BitsToDecodeAndOffsets) {
+    Bytes data = hex("AA 12 10 56 E5 00");  // one byte, then LC 44100 stereo + SBR sync
+    tAudioSpecificConfig asc;
+    // The sync extension is looked for only with 16 bits left in bitsToDecode.
     for (unsigned bits : {31u, 32u}) {
         SCOPED_TRACE(bits);
-        AACPLUSDEC_BITSTREAMBUFFERINFO info{data.data(), 5, 5, 0};
-        tAudioSpecificConfig asc;
+        AACPLUSDEC_BITSTREAMBUFFERINFO info{data.data() + 1, 5, 5, 0};
         ASSERT_EQ(zarn_trnsptReadASConfig(&info, bits, &asc), eTrnsptOK);
-        EXPECT_EQ(asc.eExtensionAOT, bits == 32 ? 5u : 0u);  // 15 bits left: not looked for
+        EXPECT_EQ(asc.eExtensionAOT, bits == 32 ? 5u : 0u);
         EXPECT_EQ(info.nBitsOffset, bits == 32 ? 33u : 16u);
     }
-}
-
-TEST(AudioSpecificConfig, ReadsFromABitOffsetAndAdvancesIt) {
-    Bytes data = {0xAA, 0x12, 0x10, 0x56, 0xE5, 0x00};  // one byte before the config
     AACPLUSDEC_BITSTREAMBUFFERINFO info{data.data(), 6, 6, 8};
-    tAudioSpecificConfig asc;
     ASSERT_EQ(zarn_trnsptReadASConfig(&info, 40, &asc), eTrnsptOK);
     EXPECT_EQ(info.nBitsOffset, 8u + 33u);
     EXPECT_EQ(asc.nSamplingFrequency, 44100u);
     // An error leaves the offset where it was.
-    Bytes bad = {0x16, 0x80};  // rate index 13
+    Bytes bad = lc(13, 2);
     AACPLUSDEC_BITSTREAMBUFFERINFO bad_info{bad.data(), 2, 2, 0};
     EXPECT_EQ(zarn_trnsptReadASConfig(&bad_info, 16, &asc), eTrnsptNotSupported);
     EXPECT_EQ(bad_info.nBitsOffset, 0u);
@@ -293,24 +202,6 @@ TEST(AudioSpecificConfig, ReadsFromABitOffsetAndAdvancesIt) {
     EXPECT_EQ(zarn_trnsptReadASConfig(&past, 40, &asc), eTrnsptNeedMoreBits);
     AACPLUSDEC_BITSTREAMBUFFERINFO empty{data.data(), 6, 0, 0};
     EXPECT_EQ(zarn_trnsptReadASConfig(&empty, 0, &asc), eTrnsptNoConfigAvailable);
-}
-
-TEST(AudioSpecificConfig, HelpersAndDefaults) {
-    // Rates off the table map to index 0; indices past it to no rate.
-    EXPECT_EQ(FindAdtsSRIndex(7350), 12);
-    EXPECT_EQ(FindAdtsSRIndex(12345), 0);
-    EXPECT_EQ(zarn_trnsptIndexToFrequency(12), 7350u);
-    EXPECT_EQ(zarn_trnsptIndexToFrequency(13), 0u);
-
-    tAudioSpecificConfig asc;
-    std::memset(&asc, 0xFF, sizeof asc);
-    ASSERT_EQ(zarn_trnsptInitDefaultASC(&asc, 32000, 1, eAOT_AAC_MAIN), eTrnsptOK);
-    EXPECT_EQ(asc.eAudioObjectType, eAOT_AAC_MAIN);
-    EXPECT_EQ(asc.eExtensionAOT, 0u);
-    EXPECT_EQ(asc.bSbrPresent, 0);
-    EXPECT_EQ(asc.nExtensionSamplingFrequency, 32000u);
-    EXPECT_EQ(asc.GASConfig.nFrameLength, 1024);
-    EXPECT_EQ(asc.GASConfig.nCoreCoderDelay, 0u);
     EXPECT_EQ(zarn_trnsptInitDefaultASC(&asc, 32000, 8, eAOT_AAC_LC), eTrnsptNotSupported);
     EXPECT_EQ(zarn_trnsptInitDefaultASC(&asc, 32000, -1, eAOT_AAC_LC), eTrnsptNotSupported);
 }
@@ -323,38 +214,21 @@ TEST(Adts, TemplatesFromConfigs) {
         Bytes header;
     };
     const Case cases[] = {
-        {"LC 44100 stereo, empty frame",
-         {0x12, 0x10},
-         0,
-         {0xFF, 0xF1, 0x50, 0x80, 0x00, 0xFF, 0x3C}},
-        {"LC 44100 stereo, 100 bytes",
-         {0x12, 0x10},
-         100,
-         {0xFF, 0xF1, 0x50, 0x80, 0x0D, 0x7F, 0x3C}},
-        {"LC 24000 stereo", {0x13, 0x10}, 0, {0xFF, 0xF1, 0x58, 0x80, 0x00, 0xFF, 0x3C}},
-        {"ffmpeg 8000 mono",
-         {0x15, 0x88, 0x56, 0xE5, 0x00},
-         0,
-         {0xFF, 0xF1, 0x6C, 0x40, 0x00, 0xFF, 0x3C}},
+        {"LC 44100 stereo, empty", {0x12, 0x10}, 0, hex("FF F1 50 80 00 FF 3C")},
+        {"LC 44100 stereo, 100 bytes", {0x12, 0x10}, 100, hex("FF F1 50 80 0D 7F 3C")},
+        {"LC 24000 stereo", {0x13, 0x10}, 0, hex("FF F1 58 80 00 FF 3C")},
+        {"ffmpeg 8000 mono", hex("15 88 56 E5 00"), 0, hex("FF F1 6C 40 00 FF 3C")},
         // Channel configuration 7: its bit 2 lands in byte 2.
-        {"ffmpeg 11025 7.1",
-         {0x15, 0x38, 0x56, 0xE5, 0x00},
-         0,
-         {0xFF, 0xF1, 0x69, 0xC0, 0x00, 0xFF, 0x3C}},
+        {"ffmpeg 11025 7.1", hex("15 38 56 E5 00"), 0, hex("FF F1 69 C0 00 FF 3C")},
         // The core rate and object type: SBR does not change the template.
-        {"explicit SBR", {0x2B, 0x92, 0x08, 0x00}, 0, {0xFF, 0xF1, 0x5C, 0x80, 0x00, 0xFF, 0x3C}},
-        {"AAC main",
-         pack({{1, 5}, {3, 4}, {1, 4}, {0, 3}}),
-         0,
-         {0xFF, 0xF1, 0x0C, 0x40, 0x00, 0xFF, 0x3C}},
+        {"explicit SBR", hex("2B 92 08 00"), 0, hex("FF F1 5C 80 00 FF 3C")},
+        {"AAC main", pack({{1, 5}, {3, 4}, {1, 4}, {0, 3}}), 0, hex("FF F1 0C 40 00 FF 3C")},
         {"explicit rate off the table: index 0",
-         pack({{2, 5}, {15, 4}, {12345, 24}, {2, 4}, {0, 3}}),
-         0,
-         {0xFF, 0xF1, 0x40, 0x80, 0x00, 0xFF, 0x3C}},
-        {"channel configuration 0", lc(4, 0), 0, {0xFF, 0xF1, 0x50, 0x00, 0x00, 0xFF, 0x3C}},
+         pack({{2, 5}, {15, 4}, {12345, 24}, {2, 4}, {0, 3}}), 0, hex("FF F1 40 80 00 FF 3C")},
+        {"channel configuration 0", lc(4, 0), 0, hex("FF F1 50 00 00 FF 3C")},
         // 8185 + 7 = 8192 wraps to 0; 8184 + 7 is the longest.
-        {"length 8192 wraps", {0x12, 0x10}, 8185, {0xFF, 0xF1, 0x50, 0x80, 0x00, 0x1F, 0x3C}},
-        {"length 8191", {0x12, 0x10}, 8184, {0xFF, 0xF1, 0x50, 0x83, 0xFF, 0xFF, 0x3C}},
+        {"length 8192 wraps", {0x12, 0x10}, 8185, hex("FF F1 50 80 00 1F 3C")},
+        {"length 8191", {0x12, 0x10}, 8184, hex("FF F1 50 83 FF FF 3C")},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -364,32 +238,29 @@ TEST(Adts, TemplatesFromConfigs) {
                   eTrnsptOK);
         EXPECT_EQ(header, c.header);
     }
-}
-
-TEST(Adts, ReadRefusesMissingInput) {
+    // Missing input, and a failed parse, leave the header untouched.
     Bytes asc = {0x12, 0x10};
+    Bytes bad = lc(13, 2);
     Bytes header(7, 0xEE);
     EXPECT_EQ(zarn_trnsptRead(nullptr, 2, header.data(), 0), eTrnsptNoConfigAvailable);
     EXPECT_EQ(zarn_trnsptRead(asc.data(), 2, nullptr, 0), eTrnsptNoConfigAvailable);
     EXPECT_EQ(zarn_trnsptRead(asc.data(), 0, header.data(), 0), eTrnsptNoConfigAvailable);
     EXPECT_EQ(zarn_trnsptRead(asc.data(), -2, header.data(), 0), eTrnsptNoConfigAvailable);
-    Bytes bad = {0x16, 0x80};  // rate index 13
     EXPECT_EQ(zarn_trnsptRead(bad.data(), 2, header.data(), 0), eTrnsptNotSupported);
-    EXPECT_EQ(header, Bytes(7, 0xEE));  // untouched on failure
+    EXPECT_EQ(header, Bytes(7, 0xEE));
 }
 
 TEST(Adts, LengthFieldAndDetection) {
-    Bytes h = {0xFF, 0xF1, 0x50, 0x80, 0x00, 0xFF, 0x3C};
+    Bytes h = hex("FF F1 50 80 00 FF 3C");
     SetATDSLen(h.data(), 107);
-    EXPECT_EQ(h, (Bytes{0xFF, 0xF1, 0x50, 0x80, 0x0D, 0x7F, 0x3C}));
+    EXPECT_EQ(h, hex("FF F1 50 80 0D 7F 3C"));
     SetATDSLen(h.data(), 0x1FFF);
-    EXPECT_EQ(h, (Bytes{0xFF, 0xF1, 0x50, 0x83, 0xFF, 0xFF, 0x3C}));
+    EXPECT_EQ(h, hex("FF F1 50 83 FF FF 3C"));
     SetATDSLen(h.data(), 9007);  // only the low 13 bits
-    EXPECT_EQ(h, (Bytes{0xFF, 0xF1, 0x50, 0x80, 0x65, 0xFF, 0x3C}));
-    // Every bit outside the field survives.
-    Bytes ones(7, 0xFF);
+    EXPECT_EQ(h, hex("FF F1 50 80 65 FF 3C"));
+    Bytes ones(7, 0xFF);  // every bit outside the field survives
     SetATDSLen(ones.data(), 0);
-    EXPECT_EQ(ones, (Bytes{0xFF, 0xFF, 0xFF, 0xFC, 0x00, 0x1F, 0xFF}));
+    EXPECT_EQ(ones, hex("FF FF FF FC 00 1F FF"));
 
     struct Case {
         const char* name;
@@ -397,24 +268,23 @@ TEST(Adts, LengthFieldAndDetection) {
         int len;
         bool is_adts;
     };
-    Bytes frame = {0xFF, 0xF1, 0x50, 0x80, 0x01, 0x1F, 0x3C, 1};  // length 8
+    const Bytes frame = hex("FF F1 50 80 01 1F 3C 01");  // length 8
     const Case cases[] = {
         {"length matches", frame, 8, true},
         {"length differs", frame, 9, false},
-        {"MPEG-2 ID, CRC present", {0xFF, 0xF8, 0x50, 0x80, 0x01, 0x1F, 0x3C, 1}, 8, true},
-        {"sync incomplete", {0xFF, 0xE1, 0x50, 0x80, 0x01, 0x1F, 0x3C, 1}, 8, false},
-        {"byte 0 not 0xFF", {0xFE, 0xF1, 0x50, 0x80, 0x01, 0x1F, 0x3C, 1}, 8, false},
+        {"MPEG-2 ID, CRC present", hex("FF F8 50 80 01 1F 3C 01"), 8, true},
+        {"sync incomplete", hex("FF E1 50 80 01 1F 3C 01"), 8, false},
+        {"byte 0 not 0xFF", hex("FE F1 50 80 01 1F 3C 01"), 8, false},
         // Length 6 in a 6-byte unit: the fields tested are all there.
-        {"six bytes", {0xFF, 0xF1, 0x50, 0x80, 0x00, 0xDF}, 6, true},
+        {"six bytes", hex("FF F1 50 80 00 DF"), 6, true},
         // Shorter than the fields tested: never read, never ADTS.
-        {"five bytes", {0xFF, 0xF1, 0x50, 0x80, 0x00}, 5, false},
+        {"five bytes", hex("FF F1 50 80 00"), 5, false},
         {"empty", {}, 0, false},
         {"negative length", frame, -1, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        // Exactly `unit.size()` bytes on the heap, so a read past them is caught.
-        Bytes unit = c.unit;
+        Bytes unit = c.unit;  // exactly its bytes on the heap: a read past them is caught
         EXPECT_EQ(AdtsHeaderIsAdded(unit.empty() ? nullptr : unit.data(), c.len) != FALSE,
                   c.is_adts);
     }
@@ -436,51 +306,49 @@ Bytes payload(size_t n) {
     return b;
 }
 
-TEST(AacConverter, FramesEveryUnitBehindItsAdtsHeader) {
+// Successive pushes into one converter (LC 44100 stereo).
+TEST(AacConverter, PushResults) {
+    constexpr uint32_t kUnchanged = 0xDEADBEEF;
+    const Bytes adts = hex("FF F1 50 80 01 1F 3C AB");  // length 8
+    struct Step {
+        const char* name;
+        Bytes unit;
+        bool refuse;
+        uint32_t size;  // 0: refused; kUnchanged: handed back
+        Bytes header;
+    };
+    const Step steps[] = {
+        {"100 bytes", payload(100), false, 107, hex("FF F1 50 80 0D 7F 3C")},
+        {"length stamped per unit", payload(3), false, 10, hex("FF F1 50 80 01 5F 3C")},
+        {"empty unit: bare header", {}, false, 7, hex("FF F1 50 80 00 FF 3C")},
+        {"9000 bytes: 9007 mod 8192", payload(9000), false, 9007, hex("FF F1 50 80 65 FF 3C")},
+        {"already ADTS", adts, false, kUnchanged, {}},
+        {"ADTS length off by one", cat({adts, {0}}), false, 16, hex("FF F1 50 80 02 1F 3C")},
+        {"refused", payload(5), true, 0, {}},
+        {"after the refusal", payload(5), false, 12, hex("FF F1 50 80 01 9F 3C")},
+    };
     void* h = make({0x12, 0x10});
     EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
-    TestRing ring;
-    const Bytes unit = payload(100);
-    PushResult r = push(h, ring, unit);
-    ASSERT_EQ(r.size, 107u);
-    Bytes want = {0xFF, 0xF1, 0x50, 0x80, 0x0D, 0x7F, 0x3C};
-    want.insert(want.end(), unit.begin(), unit.end());
-    EXPECT_EQ(r.bytes, want);
-    // The length is stamped per unit.
-    r = push(h, ring, payload(3));
-    ASSERT_EQ(r.size, 10u);
-    EXPECT_EQ(Bytes(r.bytes.begin(), r.bytes.begin() + 7),
-              (Bytes{0xFF, 0xF1, 0x50, 0x80, 0x01, 0x5F, 0x3C}));
-    // An empty unit is a bare header.
-    r = push(h, ring, {});
-    EXPECT_EQ(r.bytes, (Bytes{0xFF, 0xF1, 0x50, 0x80, 0x00, 0xFF, 0x3C}));
-    Zarn_CodecUtil_Destroy(h);
-}
-
-TEST(AacConverter, LongUnitsWrapTheThirteenBitLength) {
-    void* h = make({0x12, 0x10});
     TestRing ring(1u << 15);
-    PushResult r = push(h, ring, payload(9000));
-    ASSERT_EQ(r.size, 9007u);
-    EXPECT_EQ(((r.bytes[3] & 3u) << 11) | (r.bytes[4] << 3) | (r.bytes[5] >> 5), 9007u % 8192u);
+    for (const Step& s : steps) {
+        SCOPED_TRACE(s.name);
+        if (s.refuse) ring.refuse_next(1);
+        const int requests = ring.requests();
+        const PushResult r = push(h, ring, s.unit);
+        EXPECT_EQ(r.size, s.size);
+        EXPECT_EQ(r.ret == nullptr, s.size == 0);
+        EXPECT_EQ(ring.requests(), requests + (s.size == kUnchanged ? 0 : 1));
+        if (s.size == 0) {
+            EXPECT_EQ(ring.last_request(), s.unit.size() + 7);
+        }
+        if (!s.header.empty()) {
+            EXPECT_EQ(r.bytes, cat({s.header, s.unit}));
+        }
+    }
     Zarn_CodecUtil_Destroy(h);
 }
 
-TEST(AacConverter, UnitsAlreadyInAdtsPassThrough) {
-    void* h = make({0x12, 0x10});
-    TestRing ring;
-    Bytes adts = {0xFF, 0xF1, 0x50, 0x80, 0x01, 0x1F, 0x3C, 0xAB};  // length 8
-    PushResult r = push(h, ring, adts);
-    EXPECT_NE(r.ret, nullptr);
-    EXPECT_EQ(r.size, 0xDEADBEEFu);  // untouched
-    EXPECT_EQ(ring.requests(), 0);
-    // Same bytes with one more: the length no longer matches, so it is framed.
-    adts.push_back(0);
-    EXPECT_EQ(push(h, ring, adts).size, 16u);
-    Zarn_CodecUtil_Destroy(h);
-}
-
-TEST(AacConverter, InactiveWithoutAParsedConfig) {
+TEST(AacConverter, ActiveOnlyWhileTheLastConfigParsed) {
     void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_AAC, nullptr);
     Zarn_CodecUtil_SetGetBufFunc(h, getbuf_fn());
     TestRing ring;
@@ -489,50 +357,33 @@ TEST(AacConverter, InactiveWithoutAParsedConfig) {
     EXPECT_EQ(r.ret, nullptr);
     EXPECT_EQ(r.size, 0xDEADBEEFu);
     // Even inactive, an ADTS unit is handed back.
-    EXPECT_NE(push(h, ring, {0xFF, 0xF1, 0x50, 0x80, 0x00, 0xFF, 0x3C}).ret, nullptr);
+    EXPECT_NE(push(h, ring, hex("FF F1 50 80 00 FF 3C")).ret, nullptr);
 
-    EXPECT_FALSE(Zarn_CodecUtil_SetParam(h, nullptr));
-    Bytes bad = {0x16, 0x80};  // rate index 13
-    CodecUtilAACParam_t p{bad.data(), 2};
-    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_FALSE(Zarn_CodecUtil_CheckConv(h));
     Bytes good = {0x12, 0x10};
-    p = {good.data(), 2};
-    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
+    Bytes bad = lc(13, 2);
+    enum Kind { kNull, kGood, kBad, kNoData };
+    struct Step {
+        Kind param;
+        zarn_bool result;
+        zarn_bool active;
+    };
     // A later unparsable or missing config switches it off again.
-    p = {bad.data(), 2};
-    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_FALSE(Zarn_CodecUtil_CheckConv(h));
-    p = {good.data(), 2};
-    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_FALSE(Zarn_CodecUtil_SetParam(h, nullptr));
-    EXPECT_FALSE(Zarn_CodecUtil_CheckConv(h));
-    p = {nullptr, 2};
-    EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_FALSE(Zarn_CodecUtil_CheckConv(h));
+    for (const Step s : {Step{kNull, FALSE, FALSE}, Step{kBad, TRUE, FALSE},
+                         Step{kGood, TRUE, TRUE}, Step{kBad, TRUE, FALSE}, Step{kGood, TRUE, TRUE},
+                         Step{kNull, FALSE, FALSE}, Step{kNoData, TRUE, FALSE}}) {
+        CodecUtilAACParam_t p{s.param == kGood  ? good.data()
+                              : s.param == kBad ? bad.data()
+                                                : nullptr,
+                              2};
+        EXPECT_EQ(Zarn_CodecUtil_SetParam(h, s.param == kNull ? nullptr : &p), s.result);
+        EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), s.active);
+    }
     EXPECT_EQ(ring.requests(), 0);
     Zarn_CodecUtil_Destroy(h);
 }
 
-TEST(AacConverter, RefusedSpaceZeroesTheSize) {
-    void* h = make({0x12, 0x10});
-    TestRing ring;
-    ring.refuse_next(1);
-    PushResult r = push(h, ring, payload(5));
-    EXPECT_EQ(r.ret, nullptr);
-    EXPECT_EQ(r.size, 0u);
-    EXPECT_EQ(ring.last_request(), 12u);
-    EXPECT_EQ(push(h, ring, payload(5)).size, 12u);
-    Zarn_CodecUtil_Destroy(h);
-}
-
 TEST(AacConverter, EveryWrapOffsetGivesTheContiguousBytes) {
-    EXPECT_EQ(wrap_mismatches(
-                  [] {
-                      return make({0x15, 0x88, 0x56, 0xE5, 0x00});
-                  },
-                  payload(40)),
+    EXPECT_EQ(wrap_mismatches([] { return make(hex("15 88 56 E5 00")); }, payload(40)),
               std::vector<uint32_t>{});
 }
 

@@ -13,16 +13,14 @@
 namespace {
 
 using namespace codecutil_test;
-using packet_test::Bytes;
-using packet_test::Packet;
-using packet_test::ramp;
+using namespace packet_test;
 
 constexpr const char* kSync = "gst_opus";
 
 // OpusHead (RFC 7845 5.1), 19 bytes: magic, version 1, 2 channels, pre-skip
 // 312, input rate 48000, output gain 0, mapping family 0.
-const Bytes kOpusHead = {'O',  'p',  'u',  's',  'H', 'e', 'a', 'd', 1, 2,
-                         0x38, 0x01, 0x80, 0xBB, 0,   0,   0,   0,   0};
+const Bytes kOpusHead = cat({{'O', 'p', 'u', 's', 'H', 'e', 'a', 'd'},
+                             payload_test::hex("01 02 38 01 80 BB 00 00 00 00 00")});
 
 void* make(CodecUtilMemVtable_t* table = nullptr) {
     void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, table);
@@ -39,21 +37,21 @@ zarn_bool set(void* h, const Bytes& cd) {
 
 TEST(OpusConverter, CodecDataGoesOnceAheadOfTheNextPacket) {
     void* h = make();
-    ASSERT_TRUE(set(h, kOpusHead));
+    ASSERT_TRUE(set(h, {1, 2, 3}));
+    ASSERT_TRUE(set(h, kOpusHead));  // the latest codec data wins
     TestRing ring;
     const Bytes packet = ramp(100, 0x20);
     PushResult r = push(h, ring, packet);
     ASSERT_EQ(r.size, 44u + 19u + 44u + 100u);
-    std::vector<Packet> packets = packet_test::split(r.bytes, kSync);
+    std::vector<Packet> packets = split(r.bytes, kSync);
     ASSERT_EQ(packets.size(), 2u);
     EXPECT_EQ(packets[0].data, kOpusHead);
     EXPECT_EQ(packets[1].data, packet);
     // The counter is advanced before the first header: b_o_s is never set.
-    EXPECT_EQ(packets[0].bos, 0u);
-    EXPECT_EQ(packets[1].bos, 0u);
+    EXPECT_EQ(bos_of(packets), (std::vector<uint32_t>{0, 0}));
     r = push(h, ring, packet);
     ASSERT_EQ(r.size, 144u);
-    packets = packet_test::split(r.bytes, kSync);
+    packets = split(r.bytes, kSync);
     ASSERT_EQ(packets.size(), 1u);
     EXPECT_EQ(packets[0].data, packet);
     Zarn_CodecUtil_Destroy(h);
@@ -61,15 +59,18 @@ TEST(OpusConverter, CodecDataGoesOnceAheadOfTheNextPacket) {
 
 TEST(OpusConverter, AlwaysConvertingEvenWithoutCodecData) {
     LogCapture log;
-    void* h = make();
+    void* h = CodecUtil_Opus_Create(nullptr);
+    ASSERT_NE(h, nullptr);
+    CodecUtil_Opus_SetGetBufFunc(static_cast<CodecUtilBase_t*>(h), getbuf_fn());
     EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
     TestRing ring;
     PushResult r = push(h, ring, ramp(100));
     ASSERT_EQ(r.size, 144u);
-    // The sync field: eight characters and eight zero bytes.
-    EXPECT_EQ(Bytes(r.bytes.begin(), r.bytes.begin() + 16),
-              (Bytes{'g', 's', 't', '_', 'o', 'p', 'u', 's', 0, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(Bytes(r.bytes.begin() + 16, r.bytes.begin() + 24), (Bytes{0, 0, 0, 100, 0, 0, 0, 0}));
+    EXPECT_EQ(ring.requests(), 1);
+    // The sync field: eight characters and eight zero bytes; then the length.
+    EXPECT_EQ(
+        Bytes(r.bytes.begin(), r.bytes.begin() + 24),
+        cat({{'g', 's', 't', '_', 'o', 'p', 'u', 's'}, Bytes(8, 0), {0, 0, 0, 100, 0, 0, 0, 0}}));
     EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, nullptr));
     EXPECT_EQ(log.level_of("no param, so don't need do convert"), ZARN_LEVEL_INFO);
     EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
@@ -93,36 +94,13 @@ TEST(OpusConverter, RefusedSpaceKeepsTheCodecDataArmed) {
     Zarn_CodecUtil_Destroy(h);
 }
 
-TEST(OpusConverter, LatestCodecDataWins) {
-    void* h = make();
-    ASSERT_TRUE(set(h, {1, 2, 3}));
-    ASSERT_TRUE(set(h, kOpusHead));
-    TestRing ring;
-    std::vector<Packet> packets = packet_test::split(push(h, ring, {9}).bytes, kSync);
-    ASSERT_EQ(packets.size(), 2u);
-    EXPECT_EQ(packets[0].data, kOpusHead);
-    Zarn_CodecUtil_Destroy(h);
-}
-
 TEST(OpusConverter, EveryWrapOffsetGivesTheContiguousBytes) {
-    EXPECT_EQ(wrap_mismatches(
-                  [] {
-                      void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, nullptr);
-                      set(h, kOpusHead);
-                      return h;
-                  },
-                  ramp(12, 0x90)),
-              std::vector<uint32_t>{});
-}
-
-TEST(OpusConverter, ExportedGetBufferInstaller) {
-    void* h = CodecUtil_Opus_Create(nullptr);
-    ASSERT_NE(h, nullptr);
-    CodecUtil_Opus_SetGetBufFunc(static_cast<CodecUtilBase_t*>(h), getbuf_fn());
-    TestRing ring;
-    EXPECT_EQ(push(h, ring, {1, 2, 3}).size, 47u);
-    EXPECT_EQ(ring.requests(), 1);
-    Zarn_CodecUtil_Destroy(h);
+    const auto make_set = [] {
+        void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_OPUS, nullptr);
+        set(h, kOpusHead);
+        return h;
+    };
+    EXPECT_EQ(wrap_mismatches(make_set, ramp(12, 0x90)), std::vector<uint32_t>{});
 }
 
 // A copy still pending is released by destroy, by a later set_param of any

@@ -9,9 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "payload_test_util.h"
+
 namespace packet_test {
 
-using Bytes = std::vector<uint8_t>;
+using payload_test::Bytes;
+using payload_test::cat;
+using payload_test::ramp;
 
 struct Packet {
     uint32_t bos;
@@ -44,9 +48,15 @@ inline std::vector<Packet> split(const Bytes& out, const std::string& sync) {
     return packets;
 }
 
-inline Bytes ramp(size_t n, uint8_t first = 1) {
-    Bytes b(n);
-    for (size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(first + i);
+// Sizes and b_o_s flags of the packets, in order.
+inline std::vector<size_t> sizes_of(const std::vector<Packet>& packets) {
+    std::vector<size_t> s;
+    for (const auto& p : packets) s.push_back(p.data.size());
+    return s;
+}
+inline std::vector<uint32_t> bos_of(const std::vector<Packet>& packets) {
+    std::vector<uint32_t> b;
+    for (const auto& p : packets) b.push_back(p.bos);
     return b;
 }
 

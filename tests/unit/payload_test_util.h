@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <string_view>
 #include <vector>
 
 #include "test_ring.h"
@@ -26,6 +27,27 @@ struct Unit {
 inline Bytes cat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+// Bytes from hex text such as "00 00 01 32"; anything but hex digits is
+// skipped.
+inline Bytes hex(std::string_view text) {
+    Bytes out;
+    int high = -1;
+    for (const char ch : text) {
+        const int v = ch >= '0' && ch <= '9'   ? ch - '0'
+                      : ch >= 'A' && ch <= 'F' ? ch - 'A' + 10
+                      : ch >= 'a' && ch <= 'f' ? ch - 'a' + 10
+                                               : -1;
+        if (v < 0) continue;
+        if (high < 0) {
+            high = v;
+        } else {
+            out.push_back(static_cast<uint8_t>((high << 4) | v));
+            high = -1;
+        }
+    }
     return out;
 }
 

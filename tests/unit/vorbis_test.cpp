@@ -12,14 +12,13 @@
 namespace {
 
 using namespace codecutil_test;
-using packet_test::Bytes;
-using packet_test::Packet;
-using packet_test::ramp;
+using namespace packet_test;
 
 constexpr const char* kSync = "gstvorbis";
+const Bytes kThree = cat({{0x02, 0x1E, 0xFF, 0x10}, ramp(30 + 271 + 4)});  // 30, 271, 4
 
 // The caller's codec data must outlive the push that sends the header
-// packets, so each test keeps its own.
+// packets, so each converter keeps its own.
 struct Vorbis {
     Bytes codec_data;
     void* h = nullptr;
@@ -39,21 +38,9 @@ struct Vorbis {
     std::vector<Packet> push_packets(const Bytes& unit) {
         const PushResult r = push(h, ring, unit);
         EXPECT_EQ(r.size, r.bytes.size());
-        return packet_test::split(r.bytes, kSync);
+        return split(r.bytes, kSync);
     }
 };
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
-
-std::vector<size_t> sizes_of(const std::vector<Packet>& packets) {
-    std::vector<size_t> s;
-    for (const auto& p : packets) s.push_back(p.data.size());
-    return s;
-}
 
 TEST(VorbisCodecData, LacedSizesSplitTheHeaderPackets) {
     struct Case {
@@ -63,7 +50,7 @@ TEST(VorbisCodecData, LacedSizesSplitTheHeaderPackets) {
     };
     const Case cases[] = {
         // 2 + 1 packets; 0x1E = 30, 0xFF 0x10 = 271, the last takes the rest (4).
-        {"three packets", cat({{0x02, 0x1E, 0xFF, 0x10}, ramp(30 + 271 + 4)}), {30, 271, 4}},
+        {"three packets", kThree, {30, 271, 4}},
         {"one packet", cat({{0x00}, ramp(50)}), {50}},
         // A lacing value of exactly 255 continues into the next byte.
         {"255 then 0", cat({{0x01, 0xFF, 0x00}, ramp(255 + 3)}), {255, 3}},
@@ -83,25 +70,24 @@ TEST(VorbisCodecData, LacedSizesSplitTheHeaderPackets) {
         const Bytes unit = ramp(7, 0x80);
         std::vector<Packet> packets = v.push_packets(unit);
         ASSERT_EQ(packets.size(), c.headers.size() + 1);
-        std::vector<size_t> headers = sizes_of(packets);
-        headers.pop_back();
-        EXPECT_EQ(headers, c.headers);
+        EXPECT_EQ(packets.back().data, unit);
+        packets.pop_back();
+        EXPECT_EQ(sizes_of(packets), c.headers);
         // Header packets come back to back from their offset.
         size_t offset = c.codec_data.size();
         for (size_t s : c.headers) offset -= s;
-        for (const Packet& p : std::vector<Packet>(packets.begin(), packets.end() - 1)) {
+        for (const Packet& p : packets) {
             EXPECT_EQ(p.data,
                       Bytes(c.codec_data.begin() + static_cast<long>(offset),
                             c.codec_data.begin() + static_cast<long>(offset + p.data.size())));
             offset += p.data.size();
         }
-        EXPECT_EQ(packets.back().data, unit);
     }
 }
 
 TEST(VorbisCodecData, AcceptedAndSentPacketsAreLogged) {
     LogCapture log;
-    Vorbis v(cat({{0x02, 0x1E, 0xFF, 0x10}, ramp(305)}));
+    Vorbis v(kThree);
     EXPECT_EQ(log.count("hdr_frame_num:3, frame_size:30, codecData_size:309"), 1);
     EXPECT_EQ(log.count("hdr_frame_num:3, frame_size:271, codecData_size:309"), 1);
     EXPECT_EQ(log.level_of("hdr_frame_num:3, frame_size:4, codecData_size:309"), ZARN_LEVEL_ERROR);
@@ -110,7 +96,6 @@ TEST(VorbisCodecData, AcceptedAndSentPacketsAreLogged) {
     EXPECT_EQ(log.count("send 1 hdr frame, size: 271"), 1);
     EXPECT_EQ(log.count("send 2 hdr frame, size: 4"), 1);
     EXPECT_EQ(log.count("parse vorbis codec data error"), 0);
-
     Bytes bad = {0x01, 0x0A, 1, 2};
     v.set(bad);
     EXPECT_EQ(log.level_of("parse vorbis codec data error"), ZARN_LEVEL_ERROR);
@@ -118,35 +103,25 @@ TEST(VorbisCodecData, AcceptedAndSentPacketsAreLogged) {
 }
 
 TEST(VorbisConverter, HeaderPacketsOnceAndBeginningOfStreamOnce) {
-    Vorbis v(cat({{0x02, 0x1E, 0xFF, 0x10}, ramp(305)}));
+    Vorbis v(kThree);
     const Bytes unit = ramp(100, 0x40);
     PushResult first = push(v.h, v.ring, unit);
     EXPECT_EQ(first.size, 3u * 44u + 305u + 44u + 100u);
-    std::vector<Packet> packets = packet_test::split(first.bytes, kSync);
-    ASSERT_EQ(packets.size(), 4u);
-    EXPECT_EQ(packets[0].bos, 1u);  // the very first packet only
-    EXPECT_EQ(packets[1].bos, 0u);
-    EXPECT_EQ(packets[2].bos, 0u);
-    EXPECT_EQ(packets[3].bos, 0u);
+    EXPECT_EQ(bos_of(split(first.bytes, kSync)), (std::vector<uint32_t>{1, 0, 0, 0}));
     EXPECT_EQ(push(v.h, v.ring, unit).size, 144u);
-
     // A new set_param re-arms the header packets, but the stream has begun.
     Bytes again = cat({{0x00}, ramp(20)});
     v.set(again);
-    packets = v.push_packets(unit);
+    std::vector<Packet> packets = v.push_packets(unit);
     ASSERT_EQ(packets.size(), 2u);
     EXPECT_EQ(packets[0].data, ramp(20));
     EXPECT_EQ(packets[0].bos, 0u);
-}
-
-TEST(VorbisConverter, AudioPacketFirstCarriesBeginningOfStream) {
+    // Without codec data the audio packet is the first and carries b_o_s.
     Bytes none;
-    Vorbis v(none);  // record without codec data: active, nothing to send
-    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(v.h));
-    std::vector<Packet> packets = v.push_packets({9, 8});
-    ASSERT_EQ(packets.size(), 1u);
-    EXPECT_EQ(packets[0].bos, 1u);
-    EXPECT_EQ(v.push_packets({9, 8})[0].bos, 0u);
+    Vorbis bare(none);
+    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(bare.h));
+    EXPECT_EQ(bos_of(bare.push_packets({9, 8})), (std::vector<uint32_t>{1}));
+    EXPECT_EQ(bos_of(bare.push_packets({9, 8})), (std::vector<uint32_t>{0}));
 }
 
 TEST(VorbisConverter, InactiveUntilARecordIsGiven) {
@@ -174,28 +149,25 @@ TEST(VorbisConverter, RefusedSpaceKeepsTheHeaderPacketsPending) {
     EXPECT_EQ(r.ret, nullptr);
     EXPECT_EQ(r.size, 0u);
     EXPECT_EQ(v.ring.last_request(), 44u + 12u + 44u + 1u);
-    std::vector<Packet> packets = v.push_packets({5});
-    ASSERT_EQ(packets.size(), 2u);
-    EXPECT_EQ(packets[0].bos, 1u);  // nothing was written by the refused push
+    // Nothing was written by the refused push: headers and b_o_s now.
+    EXPECT_EQ(bos_of(v.push_packets({5})), (std::vector<uint32_t>{1, 0}));
 }
 
 TEST(VorbisConverter, EveryWrapOffsetGivesTheContiguousBytes) {
     static Bytes codec_data = cat({{0x02, 0x03, 0x02}, ramp(3 + 2 + 4)});
-    EXPECT_EQ(wrap_mismatches(
-                  [] {
-                      void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VOIBIS, nullptr);
-                      CodecUtilVorbisParam_t p{codec_data.data(),
-                                               static_cast<zarn_uint32>(codec_data.size()), nullptr,
-                                               nullptr, nullptr};
-                      Zarn_CodecUtil_SetParam(h, &p);
-                      return h;
-                  },
-                  ramp(10, 0x70)),
-              std::vector<uint32_t>{});
+    const auto make = [] {
+        void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VOIBIS, nullptr);
+        CodecUtilVorbisParam_t p{codec_data.data(), static_cast<zarn_uint32>(codec_data.size()),
+                                 nullptr, nullptr, nullptr};
+        Zarn_CodecUtil_SetParam(h, &p);
+        return h;
+    };
+    EXPECT_EQ(wrap_mismatches(make, ramp(10, 0x70)), std::vector<uint32_t>{});
 }
 
 // Pending header packets are released by destroy and by a later set_param;
-// a record without codec data leaves none pending.
+// a record without codec data leaves none pending; a failed size table
+// leaves audio framing only.
 TEST(VorbisConverter, PendingHeaderPacketsAreReleased) {
     CountingMemory mem;
     {
@@ -222,23 +194,12 @@ TEST(VorbisConverter, PendingHeaderPacketsAreReleased) {
         v.set(again);
         EXPECT_TRUE(Zarn_CodecUtil_SetParam(v.h, nullptr));
         EXPECT_EQ(mem.live(), 1);
-    }
-    EXPECT_EQ(mem.live(), 0);
-}
 
-TEST(VorbisConverter, FailedSizeTableLeavesAudioFramingOnly) {
-    CountingMemory mem;
-    void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VOIBIS, mem.table());
-    Zarn_CodecUtil_SetGetBufFunc(h, getbuf_fn());
-    Bytes cd = cat({{0x00}, ramp(8)});
-    CodecUtilVorbisParam_t p{cd.data(), static_cast<zarn_uint32>(cd.size()), nullptr, nullptr,
-                             nullptr};
-    mem.fail_at(1);
-    EXPECT_FALSE(Zarn_CodecUtil_SetParam(h, &p));
-    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(h));
-    TestRing ring;
-    EXPECT_EQ(push(h, ring, {1, 2}).size, 46u);
-    Zarn_CodecUtil_Destroy(h);
+        mem.fail_at(1);
+        EXPECT_FALSE(v.set(again));
+        EXPECT_TRUE(Zarn_CodecUtil_CheckConv(v.h));
+        EXPECT_EQ(push(v.h, v.ring, {1, 2}).size, 46u);
+    }
     EXPECT_EQ(mem.live(), 0);
 }
 
