@@ -20,74 +20,40 @@ void* make_divx(const CodecUtilAVIParam_t* p) {
     if (p != nullptr) {
         EXPECT_EQ(Zarn_CodecUtil_SetParam(h, const_cast<CodecUtilAVIParam_t*>(p)), TRUE);
     }
+    Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
     return h;
 }
 
-struct DivxCase {
-    const char* name;
-    bool set_param;  // false: push before any set_param
-    CodecUtilAVIParam_t param;
-    bool null_param;
-    uint32_t frame;
-    zarn_bool check_conv;
-    Bytes header;
-};
-
 TEST(Divx311, PayloadHeaderPerFrame) {
-    const DivxCase cases[] = {
-        {"720x576, 1000 bytes",
-         true,
-         {720, 576},
-         false,
-         1000,
-         TRUE,
-         {0x00, 0x00, 0x01, 0x32, 0x00, 0x03, 0x4E, 0xF4, 0x38, 0x01, 0x02, 0xD0, 0x58, 0x02, 0x40,
-          0x50}},
-        {"empty frame: L = 12",
-         true,
-         {720, 576},
-         false,
-         0,
-         TRUE,
-         {0x00, 0x00, 0x01, 0x32, 0x00, 0x00, 0x4E, 0x0C, 0x38, 0x01, 0x02, 0xD0, 0x58, 0x02, 0x40,
-          0x50}},
-        {"width 0: not needed, still built",
-         true,
-         {0, 576},
-         false,
-         4,
-         FALSE,
-         {0x00, 0x00, 0x01, 0x32, 0x00, 0x00, 0x4E, 0x10, 0x38, 0x01, 0x00, 0x00, 0x58, 0x02, 0x40,
-          0x50}},
-        {"width 0x12345 keeps its low 16 bits",
-         true,
-         {0x12345, -1},
-         false,
-         4,
-         TRUE,
-         {0x00, 0x00, 0x01, 0x32, 0x00, 0x00, 0x4E, 0x10, 0x38, 0x01, 0x23, 0x45, 0x58, 0xFF, 0xFF,
-          0x50}},
-        {"NULL parameters: zero header but the length",
-         true,
-         {},
-         true,
-         4,
-         FALSE,
-         {0, 0, 0, 0, 0x00, 0x00, 0, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"before set_param: as after NULL parameters",
-         false,
-         {},
-         true,
-         4,
-         FALSE,
-         {0, 0, 0, 0, 0x00, 0x00, 0, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}},
+    enum Setup { kParam, kNullParam, kNoSetParam };
+    struct Case {
+        const char* name;
+        Setup setup;
+        int32_t width, height;
+        uint32_t frame;
+        zarn_bool check_conv;
+        const char* header;
+    };
+    const Case cases[] = {
+        {"720x576, 1000 bytes", kParam, 720, 576, 1000, TRUE,
+         "00 00 01 32 00 03 4E F4 38 01 02 D0 58 02 40 50"},
+        {"empty frame: L = 12", kParam, 720, 576, 0, TRUE,
+         "00 00 01 32 00 00 4E 0C 38 01 02 D0 58 02 40 50"},
+        {"width 0: not needed, still built", kParam, 0, 576, 4, FALSE,
+         "00 00 01 32 00 00 4E 10 38 01 00 00 58 02 40 50"},
+        {"width 0x12345 keeps its low 16 bits", kParam, 0x12345, -1, 4, TRUE,
+         "00 00 01 32 00 00 4E 10 38 01 23 45 58 FF FF 50"},
+        {"NULL parameters: zero header but the length", kNullParam, 0, 0, 4, FALSE,
+         "00 00 00 00 00 00 00 10 00 00 00 00 00 00 00 00"},
+        {"before set_param: as after NULL parameters", kNoSetParam, 0, 0, 4, FALSE,
+         "00 00 00 00 00 00 00 10 00 00 00 00 00 00 00 00"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_DIVX311, nullptr);
-        if (c.set_param) {
-            auto* param = c.null_param ? nullptr : const_cast<CodecUtilAVIParam_t*>(&c.param);
-            EXPECT_EQ(Zarn_CodecUtil_SetParam(h, param), TRUE);
+        if (c.setup != kNoSetParam) {
+            CodecUtilAVIParam_t param{c.width, c.height};
+            EXPECT_EQ(Zarn_CodecUtil_SetParam(h, c.setup == kNullParam ? nullptr : &param), TRUE);
         }
         EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), c.check_conv);
         TestRing ring;
@@ -96,7 +62,7 @@ TEST(Divx311, PayloadHeaderPerFrame) {
         for (int n = 0; n < 2; ++n) {  // every frame gets the same single header
             const Out o = push(h, ring, {frame});
             EXPECT_EQ(o.size, 16 + c.frame);
-            EXPECT_EQ(o.bytes, cat({c.header, frame}));
+            EXPECT_EQ(o.bytes, cat({hex(c.header), frame}));
         }
         Zarn_CodecUtil_Destroy(h);
     }
@@ -107,10 +73,9 @@ TEST(Divx311, LengthKeepsLow24Bits) {
     void* h = make_divx(&p);
     const uint32_t frame = (1u << 24) - 12 + 5;  // L = 2^24 + 5
     TestRing ring(frame + 16);
-    Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
     const Out o = push(h, ring, {Bytes(frame, 0xAB)});
     ASSERT_EQ(o.size, frame + 16);
-    EXPECT_EQ(Bytes(o.bytes.begin() + 4, o.bytes.begin() + 8), (Bytes{0x00, 0x00, 0x4E, 0x05}));
+    EXPECT_EQ(Bytes(o.bytes.begin() + 4, o.bytes.begin() + 8), hex("00 00 4E 05"));
     Zarn_CodecUtil_Destroy(h);
 }
 
@@ -118,7 +83,6 @@ TEST(Divx311, NoSpaceZeroesSizeAndKeepsState) {
     const CodecUtilAVIParam_t p{720, 576};
     void* h = make_divx(&p);
     TestRing ring;
-    Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
     ring.refuse_next(1);
     LogCapture log;
     const Out refused = push(h, ring, {ramp(10)});

@@ -26,23 +26,15 @@ void* make(const Codec& c, int32_t w = 320, int32_t h = 240) {
     return r;
 }
 
+// Payload header for 320 x 240 with scode_type, L and CodecID.
 Bytes header(uint8_t scode, uint32_t l, uint8_t id) {
-    return {0x00,
-            0x00,
-            0x01,
-            scode,
-            uint8_t(l >> 16),
-            uint8_t(l >> 8),
-            0x4E,
-            uint8_t(l),
-            id,
-            0x01,
-            0x01,
-            0x40,
-            0x58,
-            0x00,
-            0xF0,
-            0x50};
+    Bytes h = hex("00 00 01 00 00 00 4E 00 00 01 01 40 58 00 F0 50");
+    h[3] = scode;
+    h[4] = uint8_t(l >> 16);
+    h[5] = uint8_t(l >> 8);
+    h[7] = uint8_t(l);
+    h[8] = id;
+    return h;
 }
 
 TEST(SparkVp6, ConfigurationHeaderOnceThenFrameHeaders) {

@@ -45,6 +45,13 @@ void* make_vc1(const Vc1Setup& s, TestRing* ring = nullptr) {
     return h;
 }
 
+Vc1Setup advanced(Bytes codec_data, uint32_t fourcc = kWvc1) {
+    Vc1Setup s;
+    s.fourcc = fourcc;
+    s.codec_data = std::move(codec_data);
+    return s;
+}
+
 Bytes sub(const Bytes& b, size_t at, size_t n) { return Bytes(b.begin() + at, b.begin() + at + n); }
 
 TEST(Vc1Wmv3, SequenceAndFramePackets) {
@@ -53,27 +60,23 @@ TEST(Vc1Wmv3, SequenceAndFramePackets) {
     const Bytes frame = ramp(5000);
     const Out first = push(h, ring, {frame, 0, CODEC_UTIL_FLAG_KEY_FRAME});
     ASSERT_EQ(first.size, 5076u);
-    const Bytes want =
-        cat({{0x00, 0x00, 0x01, 0x31, 0x00, 0x00, 0x4E, 0x30, 0x11, 0x01, 0x02, 0xD0, 0x58, 0x02,
-              0x40, 0x50},
-             {0x64, 0x00, 0x00, 0xC5},  // NUMFRAMES 100, version
-             {0x04, 0x00, 0x00, 0x00},  // STRUCT_C length
-             {0x40, 0x01, 0x00, 0x01},  // STRUCT_C with reserved6/reserved4 set
-             {0x40, 0x02, 0x00, 0x00},  // STRUCT_A vert_size 576
-             {0xD0, 0x02, 0x00, 0x00},  // STRUCT_A horiz_size 720
-             {0x0C, 0x00, 0x00, 0x00},  // STRUCT_B length
-             {0x50, 0x00, 0x00, 0x00},  // LEVEL 2, CBR, HRD_BUFFER 0
-             {0x00, 0x00, 0x00, 0x00},  // HRD_RATE
-             {0x19, 0x00, 0x00, 0x00},  // FRAMERATE 25
-             {0x00, 0x00, 0x01, 0x32, 0x00, 0x13, 0x4E, 0x9C, 0x11, 0x01, 0x02, 0xD0, 0x58, 0x02,
-              0x40, 0x50},
-             {0x88, 0x13, 0x00, 0x80, 0x00, 0x00, 0x00, 0x00},  // FRAMESIZE 5000, KEY
-             frame});
+    const Bytes want = cat({hex("00 00 01 31 00 00 4E 30 11 01 02 D0 58 02 40 50"),
+                            hex("64 00 00 C5"),  // NUMFRAMES 100, version
+                            hex("04 00 00 00"),  // STRUCT_C length
+                            hex("40 01 00 01"),  // STRUCT_C with reserved6/reserved4 set
+                            hex("40 02 00 00"),  // STRUCT_A vert_size 576
+                            hex("D0 02 00 00"),  // STRUCT_A horiz_size 720
+                            hex("0C 00 00 00"),  // STRUCT_B length
+                            hex("50 00 00 00"),  // LEVEL 2, CBR, HRD_BUFFER 0
+                            hex("00 00 00 00"),  // HRD_RATE
+                            hex("19 00 00 00"),  // FRAMERATE 25
+                            hex("00 00 01 32 00 13 4E 9C 11 01 02 D0 58 02 40 50"),
+                            hex("88 13 00 80 00 00 00 00"),  // FRAMESIZE 5000, KEY
+                            frame});
     EXPECT_EQ(first.bytes, want);
     const Out second = push(h, ring, {ramp(3), 0, 0});
-    EXPECT_EQ(second.bytes, cat({{0x00, 0x00, 0x01, 0x32, 0x00, 0x00, 0x4E, 0x17, 0x11, 0x01, 0x02,
-                                  0xD0, 0x58, 0x02, 0x40, 0x50},
-                                 {0x03, 0x00, 0x00, 0x00, 0, 0, 0, 0},  // no KEY bit
+    EXPECT_EQ(second.bytes, cat({hex("00 00 01 32 00 00 4E 17 11 01 02 D0 58 02 40 50"),
+                                 hex("03 00 00 00 00 00 00 00"),  // no KEY bit
                                  ramp(3)}));
     Zarn_CodecUtil_Destroy(h);
 }
@@ -117,16 +120,16 @@ TEST(Vc1Wmv3, FieldTruncations) {
     void* h = make_vc1(s, &ring);
     const Out o = push(h, ring, {Bytes(frame, 0x5A), 0, 0});
     ASSERT_EQ(o.size, frame + 76);
-    EXPECT_EQ(sub(o.bytes, 16, 4), (Bytes{0xFF, 0xFF, 0xFF, 0xC5}));
-    EXPECT_EQ(sub(o.bytes, 52 + 4, 4), (Bytes{0x00, 0x00, 0x4E, 0x19}));  // L = 0x01000019
-    EXPECT_EQ(sub(o.bytes, 68, 4), (Bytes{0x05, 0x00, 0x00, 0x00}));
+    EXPECT_EQ(sub(o.bytes, 16, 4), hex("FF FF FF C5"));
+    EXPECT_EQ(sub(o.bytes, 52 + 4, 4), hex("00 00 4E 19"));  // L = 0x01000019
+    EXPECT_EQ(sub(o.bytes, 68, 4), hex("05 00 00 00"));
     Zarn_CodecUtil_Destroy(h);
 }
 
 // Advanced-profile codec data: 2 junk bytes, SEQ_SC + 20 bytes, EP_SC + 6.
-const Bytes kSeq = cat({{0x00, 0x00, 0x01, 0x0F, 0xC8}, ramp(19, 0x40)});
-const Bytes kEp = cat({{0x00, 0x00, 0x01, 0x0E}, ramp(6, 0x80)});
-const Bytes kFrm = {0x00, 0x00, 0x01, 0x0D};
+const Bytes kSeq = cat({hex("00 00 01 0F C8"), ramp(19, 0x40)});
+const Bytes kEp = cat({hex("00 00 01 0E"), ramp(6, 0x80)});
+const Bytes kFrm = hex("00 00 01 0D");
 
 TEST(Vc1Advanced, MissingUnitsArePrefixed) {
     struct Step {
@@ -147,12 +150,14 @@ TEST(Vc1Advanced, MissingUnitsArePrefixed) {
         {{}, CODEC_UTIL_FLAG_KEY_FRAME, cat({kEp, kFrm})},
     };
     for (uint32_t fourcc : {kWvc1, kWmva}) {
-        Vc1Setup s;
-        s.fourcc = fourcc;
-        s.codec_data = cat({{0xAA, 0xBB}, kSeq, kEp});
         TestRing ring;
-        void* h = make_vc1(s, &ring);
+        LogCapture log;
+        void* h = make_vc1(advanced(cat({{0xAA, 0xBB}, kSeq, kEp}), fourcc), &ring);
         EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), TRUE);
+        // The byte after the sequence header's start code, 0xC8: profile 3, level 1.
+        EXPECT_EQ(log.count("We set StructC profile to 3"), 1);
+        EXPECT_EQ(log.count(" The level=1"), 1);
+        EXPECT_EQ(log.level_of("We find sequence header"), ZARN_LEVEL_DEBUG);
         for (size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE(i);
             const Out o = push(h, ring, {steps[i].frame, 0, steps[i].flag});
@@ -162,21 +167,9 @@ TEST(Vc1Advanced, MissingUnitsArePrefixed) {
     }
 }
 
-TEST(Vc1Advanced, SequenceHeaderByteGivesProfileAndLevel) {
-    Vc1Setup s;
-    s.fourcc = kWvc1;
-    s.codec_data = cat({kSeq, kEp});
-    LogCapture log;
-    void* h = make_vc1(s);
-    EXPECT_EQ(log.count("We set StructC profile to 3"), 1);
-    EXPECT_EQ(log.count(" The level=1"), 1);
-    EXPECT_EQ(log.level_of("We find sequence header"), ZARN_LEVEL_DEBUG);
-    Zarn_CodecUtil_Destroy(h);
-}
-
 // Units of any length are sent whole: the prefix is not a fixed store.
 TEST(Vc1Advanced, LargeAndMissingCodecDataUnits) {
-    const Bytes big_seq = cat({{0x00, 0x00, 0x01, 0x0F}, Bytes(400, 0x11)});
+    const Bytes big_seq = cat({hex("00 00 01 0F"), Bytes(400, 0x11)});
     struct Case {
         const char* name;
         Bytes codec_data;
@@ -187,12 +180,9 @@ TEST(Vc1Advanced, LargeAndMissingCodecDataUnits) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        Vc1Setup s;
-        s.fourcc = kWvc1;
-        s.codec_data = c.codec_data;
         TestRing ring;
         void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_VC1, nullptr);
-        EXPECT_EQ(set_param(h, s), TRUE);
+        EXPECT_EQ(set_param(h, advanced(c.codec_data)), TRUE);
         Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
         EXPECT_EQ(push(h, ring, {ramp(8)}).bytes, cat({c.want_prefix, ramp(8)}));
         Zarn_CodecUtil_Destroy(h);
@@ -255,9 +245,7 @@ TEST(Vc1, SetParamResults) {
 }
 
 TEST(Vc1, RetryAfterRefusedSpace) {
-    Vc1Setup wmv3, wvc1;
-    wvc1.fourcc = kWvc1;
-    wvc1.codec_data = cat({kSeq, kEp});
+    const Vc1Setup wmv3, wvc1 = advanced(cat({kSeq, kEp}));
     struct Case {
         const char* name;
         Vc1Setup s;
@@ -293,9 +281,7 @@ TEST(Vc1, FailedCodecDataAllocationLeavesNoCodecData) {
 }
 
 TEST(Vc1, EveryWrapOffset) {
-    Vc1Setup wvc1;
-    wvc1.fourcc = kWvc1;
-    wvc1.codec_data = cat({kSeq, kEp});
+    const Vc1Setup wvc1 = advanced(cat({kSeq, kEp}));
     const std::vector<Unit> units = {{ramp(9), 0, 1}, {ramp(5), 0, 0}};
     for (const Vc1Setup& s : {Vc1Setup{}, wvc1})
         EXPECT_TRUE(wrap_mismatches([&] { return make_vc1(s); }, units).empty());

@@ -21,21 +21,16 @@ TEST(Vp9, IvfFileAndFrameHeaders) {
         uint64_t timestamp;
         Bytes want_header;
     };
-    const Bytes file = {0x44, 0x4B, 0x49, 0x46, 0x00, 0x00, 0x20, 0x00, 0x56, 0x50, 0x39, 0x30,
-                        0x07, 0x80, 0x04, 0x38,  // width, height big-endian
-                        0x1E, 0x00, 0x00, 0x00,  // frame rate 30
-                        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0};
+    // Width and height big-endian, frame rate 30, 12 zero bytes.
+    const Bytes file =
+        cat({hex("44 4B 49 46 00 00 20 00 56 50 39 30 07 80 04 38 1E 00 00 00"), Bytes(12, 0)});
     const Step steps[] = {
-        {"first frame, 1 s", 1000000000,
-         cat({file, {0xE8, 0x03, 0x00, 0x00, 0x90, 0x5F, 0x01, 0, 0, 0, 0, 0}})},
-        {"2 s: T = 180001", 2000000000, {0xE8, 0x03, 0x00, 0x00, 0x21, 0xBF, 0x02, 0, 0, 0, 0, 0}},
-        {"no time stamp marker kept",
-         0xFFFFFFFFFFFFFFFEull,
-         {0xE8, 0x03, 0x00, 0x00, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
-        {"all ones divided",
-         ~0ull,
-         {0xE8, 0x03, 0x00, 0x00, 0xAC, 0xF8, 0x11, 0xEC, 0xF6, 0xE5, 0x05, 0x00}},
-        {"below one tick", 11110, {0xE8, 0x03, 0x00, 0x00, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"first frame, 1 s", 1000000000, cat({file, hex("E8 03 00 00 90 5F 01 00 00 00 00 00")})},
+        {"2 s: T = 180001", 2000000000, hex("E8 03 00 00 21 BF 02 00 00 00 00 00")},
+        {"no time stamp marker kept", 0xFFFFFFFFFFFFFFFEull,
+         hex("E8 03 00 00 FE FF FF FF FF FF FF FF")},
+        {"all ones divided", ~0ull, hex("E8 03 00 00 AC F8 11 EC F6 E5 05 00")},
+        {"below one tick", 11110, hex("E8 03 00 00 00 00 00 00 00 00 00 00")},
     };
     void* h = make_vp9(1920, 1080, 30);
     EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), TRUE);
@@ -56,8 +51,7 @@ TEST(Vp9, ZeroFrameRateAndSizeTruncation) {
     Zarn_CodecUtil_SetGetBufFunc(h, codecutil_test::getbuf_fn());
     const Out o = push(h, ring, {ramp(2)});
     ASSERT_EQ(o.size, 46u);
-    EXPECT_EQ(Bytes(o.bytes.begin() + 12, o.bytes.begin() + 20),
-              (Bytes{0x02, 0x80, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}));
+    EXPECT_EQ(Bytes(o.bytes.begin() + 12, o.bytes.begin() + 20), hex("02 80 FF FF 00 00 00 00"));
     Zarn_CodecUtil_Destroy(h);
 }
 
