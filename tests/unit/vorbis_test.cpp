@@ -85,29 +85,20 @@ TEST(VorbisCodecData, LacedSizesSplitTheHeaderPackets) {
     }
 }
 
-TEST(VorbisCodecData, AcceptedAndSentPacketsAreLogged) {
+TEST(VorbisConverter, HeaderPacketsOnceAndBeginningOfStreamOnce) {
     LogCapture log;
     Vorbis v(kThree);
     EXPECT_EQ(log.count("hdr_frame_num:3, frame_size:30, codecData_size:309"), 1);
     EXPECT_EQ(log.count("hdr_frame_num:3, frame_size:271, codecData_size:309"), 1);
     EXPECT_EQ(log.level_of("hdr_frame_num:3, frame_size:4, codecData_size:309"), ZARN_LEVEL_ERROR);
-    v.push_packets({1});
-    EXPECT_EQ(log.level_of("send 0 hdr frame, size: 30"), ZARN_LEVEL_ERROR);
-    EXPECT_EQ(log.count("send 1 hdr frame, size: 271"), 1);
-    EXPECT_EQ(log.count("send 2 hdr frame, size: 4"), 1);
-    EXPECT_EQ(log.count("parse vorbis codec data error"), 0);
-    Bytes bad = {0x01, 0x0A, 1, 2};
-    v.set(bad);
-    EXPECT_EQ(log.level_of("parse vorbis codec data error"), ZARN_LEVEL_ERROR);
-    EXPECT_TRUE(Zarn_CodecUtil_CheckConv(v.h));
-}
-
-TEST(VorbisConverter, HeaderPacketsOnceAndBeginningOfStreamOnce) {
-    Vorbis v(kThree);
     const Bytes unit = ramp(100, 0x40);
     PushResult first = push(v.h, v.ring, unit);
     EXPECT_EQ(first.size, 3u * 44u + 305u + 44u + 100u);
     EXPECT_EQ(bos_of(split(first.bytes, kSync)), (std::vector<uint32_t>{1, 0, 0, 0}));
+    EXPECT_EQ(log.level_of("send 0 hdr frame, size: 30"), ZARN_LEVEL_ERROR);
+    EXPECT_EQ(log.count("send 1 hdr frame, size: 271"), 1);
+    EXPECT_EQ(log.count("send 2 hdr frame, size: 4"), 1);
+    EXPECT_EQ(log.count("parse vorbis codec data error"), 0);
     EXPECT_EQ(push(v.h, v.ring, unit).size, 144u);
     // A new set_param re-arms the header packets, but the stream has begun.
     Bytes again = cat({{0x00}, ramp(20)});
@@ -185,6 +176,11 @@ TEST(VorbisConverter, PendingHeaderPacketsAreReleased) {
         EXPECT_EQ(packets[0].data, ramp(6, 0x30));  // only the latest codec data
         EXPECT_EQ(mem.live(), 1);
 
+        LogCapture log;
+        Bytes bad = {0x01, 0x0A, 1, 2};
+        v.set(bad);
+        EXPECT_EQ(log.level_of("parse vorbis codec data error"), ZARN_LEVEL_ERROR);
+        EXPECT_TRUE(Zarn_CodecUtil_CheckConv(v.h));
         Bytes again = cat({{0x00}, ramp(3)});
         v.set(again);
         Bytes empty;
