@@ -149,7 +149,22 @@ uint8_t* write_annexb_unit(Rec* r, void* stream, const CodecUtilBuffer_t* buffer
         out.write(r->sps_pps_nal_units, static_cast<uint32_t>(r->sps_pps_nal_units_size));
         drop_blob(r);
     }
-    emit_annexb(out, buffer->data, static_cast<uint32_t>(r->nal_length_size), scan.count);
+    if (r->nal_length_size == static_cast<zarn_sint32>(kStartCode.size())) {
+        // Four-byte prefixes: the output is the unit with each prefix turned
+        // into a start code, so copy the unit whole and stamp the start codes
+        // over the prefixes, instead of one copy per NAL unit.
+        const auto at = static_cast<uint32_t>(out.written());
+        out.write(buffer->data, buffer->size);
+        const uint8_t* p = buffer->data;
+        for (uint32_t i = 0; i < scan.count; ++i) {
+            const auto offset = static_cast<uint32_t>(p - buffer->data);
+            const uint32_t nal_size = read_be_unchecked(p, 4);
+            out.overwrite(at + offset, kStartCode);
+            p += 4 + nal_size;
+        }
+    } else {
+        emit_annexb(out, buffer->data, static_cast<uint32_t>(r->nal_length_size), scan.count);
+    }
     *size = space.length;
     return space.first;
 }

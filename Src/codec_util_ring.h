@@ -49,7 +49,9 @@ struct RingSpace {
 class RingWriter {
 public:
     explicit RingWriter(const RingSpace& space)
-        : wp_(space.first),
+        : first_(space.first),
+          first_size_(space.length - space.size2),
+          wp_(space.first),
           end_(space.first + (space.length - space.size2)),
           start_(space.two_piece() ? space.mem2 : space.first),
           two_piece_(space.two_piece()) {}
@@ -79,9 +81,26 @@ public:
         }
     }
 
+    // Replaces N bytes already written at `offset` from the start of the
+    // space, on whichever side of the wrap point they fall.
+    template <size_t N>
+    void overwrite(uint32_t offset, const std::array<uint8_t, N>& bytes) {
+        if (offset + N <= first_size_) {
+            std::memcpy(first_ + offset, bytes.data(), N);
+        } else if (offset >= first_size_) {
+            std::memcpy(start_ + (offset - first_size_), bytes.data(), N);
+        } else {
+            const uint32_t head = first_size_ - offset;
+            std::memcpy(first_ + offset, bytes.data(), head);
+            std::memcpy(start_, bytes.data() + head, N - head);
+        }
+    }
+
     [[nodiscard]] uint64_t written() const { return written_; }
 
 private:
+    uint8_t* first_;
+    uint32_t first_size_;
     uint8_t* wp_;
     uint8_t* end_;
     uint8_t* start_;
