@@ -1,19 +1,15 @@
 // Feeds every SPS and SEI NAL unit of an Annex-B file (H.264 or H.265) to the
-// splitter's parser and prints, one line per unit, the values it derived.
-// compare_trace.py checks those lines against FFmpeg's trace_headers output
-// for the same stream.
+// splitter's parser and prints one line of name=value fields per unit:
+//   SPS num_units_in_tick time_scale reorder nal_hrd vcl_hrd init_len cpb_len
+//       dpb_len pic_struct_present|frame_field_info   (or "SPS rejected")
+//   SEI ret bp pt [cpb_removal_delay dpb_output_delay out units reorder [pic_struct]]
 //
 //   parsers_probe avc|hevc FILE
-//
-// Output lines (all fields name=value):
-//   SPS id num_units_in_tick time_scale reorder nal_hrd vcl_hrd init_len
-//       cpb_len dpb_len pic_struct_present frame_field_info
-//   SEI ret bp pt [cpb_removal_delay dpb_output_delay out] [pic_struct]
-//   SUMMARY sei_units timing_units
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "avc_sei_sps_parser.h"
@@ -22,91 +18,57 @@
 
 namespace {
 
-struct Nal {
-    size_t start;  // first byte of the start code
-    size_t size;   // start code + header + payload
-    int32_t startcode_len;
-};
-
-// Units begin at 00 00 01 (or 00 00 00 01) and end where the next start code
-// begins; trailing zero bytes stay with the unit (the SEI walk drops them).
-std::vector<Nal> split_annexb(const std::vector<uint8_t>& d) {
-    std::vector<Nal> units;
-    size_t i = 0;
-    auto find = [&](size_t from) -> size_t {
-        for (size_t k = from; k + 2 < d.size(); ++k)
-            if (d[k] == 0 && d[k + 1] == 0 && d[k + 2] == 1) return k;
-        return d.size();
-    };
-    i = find(0);
-    while (i < d.size()) {
-        const size_t sc3 = i;
-        const size_t start = (sc3 > 0 && d[sc3 - 1] == 0) ? sc3 - 1 : sc3;
-        const size_t next = find(sc3 + 3);
-        size_t end = next;
-        if (next < d.size() && next > 0 && d[next - 1] == 0) end = next - 1;
-        units.push_back({start, end - start, static_cast<int32_t>(sc3 + 3 - start)});
-        i = next;
-    }
-    return units;
+// Start of the next 00 00 01 at or after `from`, or the end.
+size_t next_start_code(const std::vector<uint8_t>& d, size_t from) {
+    for (size_t k = from; k + 2 < d.size(); ++k)
+        if (d[k] == 0 && d[k + 1] == 0 && d[k + 2] == 1) return k;
+    return d.size();
 }
 
-struct Probe {
-    bool hevc;
-    parser_handle_t parser;
-};
+void print_sps(parser_handle_t parser, bool hevc) {
+    if (hevc) {
+        const hevc_decoder_t& dec = reinterpret_cast<const hevc_parser_t*>(parser)->dec;
+        const hevc_sps_t& s = dec.sps[dec.sps_id];
+        std::printf("SPS num_units_in_tick=%d time_scale=%d reorder=%d nal_hrd=%d vcl_hrd=%d "
+                    "init_len=%d cpb_len=%d dpb_len=%d frame_field_info=%d\n",
+                    s.vui.i_num_units, s.vui.i_time_scale,
+                    s.ai_num_reorder_pics[s.i_max_temporal_layers - 1], s.vui.b_nal_hrd_parameters,
+                    s.vui.b_vcl_hrd_parameters, s.vui.i_initial_cpb_removal_delay_length,
+                    s.vui.i_cpb_removal_delay_length, s.vui.i_dpb_output_delay_len,
+                    s.vui.b_frame_field_info);
+        return;
+    }
+    const avc_decoder_t& dec = reinterpret_cast<const avc_parser_t*>(parser)->dec;
+    const avc_sps_t& s = dec.sps[dec.sps_id];
+    std::printf("SPS num_units_in_tick=%u time_scale=%u reorder=%u nal_hrd=%u vcl_hrd=%u "
+                "init_len=%u cpb_len=%u dpb_len=%u pic_struct_present=%u\n",
+                s.num_units_in_tick, s.time_scale, s.num_reorder_frames,
+                s.nal_hrd_parameters_present_flag, s.vcl_hrd_parameters_present_flag,
+                s.initial_cpb_removal_delay_length_minus1 + 1u,
+                s.cpb_removal_delay_length_minus1 + 1u, s.dpb_output_delay_length_minus1 + 1u,
+                s.pic_struct_present_flag);
+}
 
-void print_sps(const Probe& pr) {
-    if (pr.hevc) {
-        const auto* p = reinterpret_cast<const hevc_parser_t*>(pr.parser);
-        const hevc_sps_t& s = p->dec.sps[p->dec.sps_id];
-        std::printf(
-            "SPS id=%u num_units_in_tick=%d time_scale=%d reorder=%d nal_hrd=%d vcl_hrd=%d "
-            "init_len=%d cpb_len=%d dpb_len=%d frame_field_info=%d\n",
-            p->dec.sps_id, s.vui.i_num_units, s.vui.i_time_scale,
-            s.ai_num_reorder_pics[s.i_max_temporal_layers - 1], s.vui.b_nal_hrd_parameters,
-            s.vui.b_vcl_hrd_parameters, s.vui.i_initial_cpb_removal_delay_length,
-            s.vui.i_cpb_removal_delay_length, s.vui.i_dpb_output_delay_len,
-            s.vui.b_frame_field_info);
+void print_timing(parser_handle_t parser, bool hevc) {
+    uint32_t cpb = 0;
+    uint32_t dpb = 0;
+    int pic_struct = -1;
+    if (hevc) {
+        const hevc_decoder_t& dec = reinterpret_cast<const hevc_parser_t*>(parser)->dec;
+        cpb = dec.cpb_removal_delay;
+        dpb = dec.dpb_output_delay;
+        if (dec.active_sps->vui.b_frame_field_info) pic_struct = dec.pic_struct;
     } else {
-        const auto* p = reinterpret_cast<const avc_parser_t*>(pr.parser);
-        const avc_sps_t& s = p->dec.sps[p->dec.sps_id];
-        std::printf(
-            "SPS id=%u num_units_in_tick=%u time_scale=%u reorder=%u nal_hrd=%u vcl_hrd=%u "
-            "init_len=%u cpb_len=%u dpb_len=%u pic_struct_present=%u\n",
-            p->dec.sps_id, s.num_units_in_tick, s.time_scale, s.num_reorder_frames,
-            s.nal_hrd_parameters_present_flag, s.vcl_hrd_parameters_present_flag,
-            s.initial_cpb_removal_delay_length_minus1 + 1u, s.cpb_removal_delay_length_minus1 + 1u,
-            s.dpb_output_delay_length_minus1 + 1u, s.pic_struct_present_flag);
+        const avc_decoder_t& dec = reinterpret_cast<const avc_parser_t*>(parser)->dec;
+        cpb = dec.cpb_removal_delay;
+        dpb = dec.dpb_output_delay;
+        if (dec.active_sps->pic_struct_present_flag) pic_struct = dec.pic_struct;
     }
-}
-
-void print_sei(const Probe& pr, int32_t ret, int32_t bp, int32_t pt) {
-    std::printf("SEI ret=%d bp=%d pt=%d", ret, bp, pt);
-    if (pt != 0) {
-        uint32_t cpb = 0;
-        uint32_t dpb = 0;
-        int pic_struct = -1;
-        if (pr.hevc) {
-            const auto* p = reinterpret_cast<const hevc_parser_t*>(pr.parser);
-            cpb = p->dec.cpb_removal_delay;
-            dpb = p->dec.dpb_output_delay;
-            if (p->dec.active_sps->vui.b_frame_field_info) pic_struct = p->dec.pic_struct;
-        } else {
-            const auto* p = reinterpret_cast<const avc_parser_t*>(pr.parser);
-            cpb = p->dec.cpb_removal_delay;
-            dpb = p->dec.dpb_output_delay;
-            if (p->dec.active_sps->pic_struct_present_flag) pic_struct = p->dec.pic_struct;
-        }
-        std::printf(" cpb_removal_delay=%u dpb_output_delay=%u out=%" PRIu64
-                    " time_scale=%d units=%d reorder=%d",
-                    cpb, dpb, pr.parser->parser_get_dpb_output_time(pr.parser, 1),
-                    pr.parser->parser_get_time_scale(pr.parser),
-                    pr.parser->parser_get_num_units_in_tick(pr.parser),
-                    pr.parser->parser_get_num_reorder_frames(pr.parser));
-        if (pic_struct >= 0) std::printf(" pic_struct=%d", pic_struct);
-    }
-    std::printf("\n");
+    std::printf(" cpb_removal_delay=%u dpb_output_delay=%u out=%" PRIu64 " units=%d reorder=%d", cpb,
+                dpb, parser->parser_get_dpb_output_time(parser, 1),
+                parser->parser_get_num_units_in_tick(parser),
+                parser->parser_get_num_reorder_frames(parser));
+    if (pic_struct >= 0) std::printf(" pic_struct=%d", pic_struct);
 }
 
 }  // namespace
@@ -117,46 +79,42 @@ int main(int argc, char** argv) {
         return 2;
     }
     FILE* f = std::fopen(argv[2], "rb");
-    if (f == nullptr) {
-        std::perror(argv[2]);
-        return 2;
-    }
-    std::vector<uint8_t> data;
-    uint8_t chunk[65536];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, f)) > 0) data.insert(data.end(), chunk, chunk + got);
+    if (f == nullptr) return 2;
+    std::vector<uint8_t> d;
+    for (int c = std::fgetc(f); c != EOF; c = std::fgetc(f)) d.push_back(static_cast<uint8_t>(c));
     std::fclose(f);
 
     parser_env_init();
-    Probe pr{std::strcmp(argv[1], "hevc") == 0, nullptr};
-    pr.parser = pr.hevc ? hevc_parser_create(1, 1) : avc_parser_create(1, 1);
-    if (pr.parser == nullptr) return 2;
-
-    int sei_units = 0;
-    int timing_units = 0;
-    for (const Nal& n : split_annexb(data)) {
-        uint8_t* nal = data.data() + n.start;
-        const uint8_t hdr = nal[n.startcode_len];
-        const int type = pr.hevc ? (hdr >> 1) & 0x3F : hdr & 0x1F;
-        const auto size = static_cast<int32_t>(n.size);
-        if (type == pr.parser->nal_type_sps || (!pr.hevc && type == 15)) {
-            const int32_t ret = pr.parser->parse_sps(nal, size, n.startcode_len, pr.parser);
-            if (ret != 0) {
+    const bool hevc = std::strcmp(argv[1], "hevc") == 0;
+    parser_handle_t p = hevc ? hevc_parser_create(1, 1) : avc_parser_create(1, 1);
+    if (p == nullptr) return 2;
+    // A unit runs from its start code (with a leading zero byte, if any) to the
+    // next one; its trailing zero bytes stay with it (the SEI walk drops them).
+    for (size_t sc = next_start_code(d, 0); sc < d.size();) {
+        const size_t start = sc > 0 && d[sc - 1] == 0 ? sc - 1 : sc;
+        const size_t next = next_start_code(d, sc + 3);
+        const size_t end = next < d.size() && d[next - 1] == 0 ? next - 1 : next;
+        const auto startcode_len = static_cast<int32_t>(sc + 3 - start);
+        const auto size = static_cast<int32_t>(end - start);
+        uint8_t* nal = d.data() + start;
+        const uint8_t hdr = nal[startcode_len];
+        const int type = hevc ? (hdr >> 1) & 0x3F : hdr & 0x1F;
+        sc = next;
+        if (type == p->nal_type_sps || (!hevc && type == 15)) {
+            if (p->parse_sps(nal, size, startcode_len, p) != 0)
                 std::printf("SPS rejected\n");
-                continue;
-            }
-            print_sps(pr);
-        } else if (type == pr.parser->nal_type_sei) {
-            const int32_t bp0 = pr.parser->parser_get_bp_num(pr.parser);
-            const int32_t pt0 = pr.parser->parser_get_sei_timing_num(pr.parser);
-            const int32_t ret = pr.parser->parse_sei_messages(nal, size, n.startcode_len, pr.parser);
-            const int32_t pt = pr.parser->parser_get_sei_timing_num(pr.parser) - pt0;
-            print_sei(pr, ret, pr.parser->parser_get_bp_num(pr.parser) - bp0, pt);
-            ++sei_units;
-            timing_units += pt;
+            else
+                print_sps(p, hevc);
+        } else if (type == p->nal_type_sei) {
+            const int32_t bp0 = p->parser_get_bp_num(p);
+            const int32_t pt0 = p->parser_get_sei_timing_num(p);
+            const int32_t ret = p->parse_sei_messages(nal, size, startcode_len, p);
+            const int32_t pt = p->parser_get_sei_timing_num(p) - pt0;
+            std::printf("SEI ret=%d bp=%d pt=%d", ret, p->parser_get_bp_num(p) - bp0, pt);
+            if (pt != 0) print_timing(p, hevc);
+            std::printf("\n");
         }
     }
-    std::printf("SUMMARY sei_units=%d timing_units=%d\n", sei_units, timing_units);
-    pr.parser->parser_destroy(pr.parser);
+    p->parser_destroy(p);
     return 0;
 }

@@ -151,6 +151,7 @@ TEST_F(AvcParser, LevelAndProfileTable) {
         {"level 9", 100, 0, 9, 1, 0, 0, 0, 0},
         {"level 52", 100, 0, 52, 1, 0, 0, 0, 0},
     };
+    vestest::EdrCapture log(0);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         AvcSpsSpec s;
@@ -168,16 +169,6 @@ TEST_F(AvcParser, LevelAndProfileTable) {
         EXPECT_EQ(r.bit_rate_1200, row.bit_rate_1200);
         EXPECT_EQ(r.cpb_size_1200, row.cpb_size_1200);
     }
-}
-
-TEST_F(AvcParser, RejectionsAreReportedAsErrors) {
-    vestest::EdrCapture log(0);
-    AvcSpsSpec s;
-    s.profile = 245;
-    EXPECT_EQ(sps(avc_sps(s)), 1);
-    s.profile = 100;
-    s.level = 9;
-    EXPECT_EQ(sps(avc_sps(s)), 1);
     const std::string text = log.text();
     EXPECT_NE(text.find("avc_parse_sequence_parameter_set:"), std::string::npos);
     EXPECT_NE(text.find(" ERROR: can handle the profile\n\n"), std::string::npos);
@@ -185,12 +176,18 @@ TEST_F(AvcParser, RejectionsAreReportedAsErrors) {
     EXPECT_EQ(text.find("DEBUG"), std::string::npos);  // level 0 prints errors only
 }
 
-TEST_F(AvcParser, SpsIdOutOfRange) {
+TEST_F(AvcParser, SpsIdOutOfRangeAndSubsetSps) {
     AvcSpsSpec s;
     s.id = 32;
     EXPECT_EQ(sps(avc_sps(s)), 0);  // slot 0 undefined: taken as id 0
     EXPECT_EQ(dec().sps[0].isDefined, 1);
     EXPECT_EQ(sps(avc_sps(s)), 1);  // now slot 0 is defined: rejected
+    s.header = 0x6F;  // type 15
+    s.profile = 128;
+    s.id = 5;
+    ASSERT_EQ(sps(avc_sps(s)), 0);
+    EXPECT_EQ(dec().sps_id_enh, 5);
+    EXPECT_EQ(dec().active_sps_enh, &dec().sps[5]);
 }
 
 TEST_F(AvcParser, CroppingAndFieldCoding) {
@@ -211,21 +208,23 @@ TEST_F(AvcParser, CroppingAndFieldCoding) {
     EXPECT_EQ(dec().sps[0].pic_height_out, 1084u);
 }
 
-TEST_F(AvcParser, AspectRatio) {
-    struct Row {
-        int idc;
-        uint16_t w, h;
-    };
-    for (const Row& row : {Row{14, 4, 3}, Row{255, 64, 45}, Row{20, 0, 0}, Row{1, 1, 1}}) {
-        AvcSpsSpec s;
-        s.vui = true;
-        s.aspect_idc = row.idc;
-        s.sar_w = 64;
-        s.sar_h = 45;
+TEST_F(AvcParser, AspectRatioAndZeroTimeScale) {
+    AvcSpsSpec s;
+    s.vui = true;
+    s.sar_w = 64;
+    s.sar_h = 45;
+    for (const auto& [idc, w, h] : {std::array<int, 3>{14, 4, 3}, {255, 64, 45}, {20, 0, 0}, {1, 1, 1}}) {
+        s.aspect_idc = idc;
         ASSERT_EQ(sps(avc_sps(s)), 0);
-        EXPECT_EQ(dec().sps[0].sar_width, row.w) << row.idc;
-        EXPECT_EQ(dec().sps[0].sar_height, row.h) << row.idc;
+        EXPECT_EQ(dec().sps[0].sar_width, w) << idc;
+        EXPECT_EQ(dec().sps[0].sar_height, h) << idc;
     }
+    s.timing = true;
+    s.scale = 0;  // clears the timing flag but keeps both numbers
+    ASSERT_EQ(sps(avc_sps(s)), 0);
+    EXPECT_EQ(dec().sps[0].timing_info_present_flag, 0);
+    EXPECT_EQ(dec().sps[0].num_units_in_tick, 1001u);
+    EXPECT_EQ(dec().sps[0].time_scale, 0u);
 }
 
 TEST_F(AvcParser, DefaultsWithoutVuiKeepCreationFlags) {
@@ -247,17 +246,6 @@ TEST_F(AvcParser, DefaultsWithoutVuiKeepCreationFlags) {
     EXPECT_EQ(r.cpb_size, r.cpb_size_max);  // T-STD default
     EXPECT_EQ(r.mb_mux_size, 24000000u / 250);
     quiet->parser_destroy(quiet);
-}
-
-TEST_F(AvcParser, ZeroTimeScaleClearsTimingFlagButKeepsNumbers) {
-    AvcSpsSpec s;
-    s.vui = true;
-    s.timing = true;
-    s.scale = 0;
-    ASSERT_EQ(sps(avc_sps(s)), 0);
-    EXPECT_EQ(dec().sps[0].timing_info_present_flag, 0);
-    EXPECT_EQ(dec().sps[0].num_units_in_tick, 1001u);
-    EXPECT_EQ(dec().sps[0].time_scale, 0u);
 }
 
 TEST_F(AvcParser, NalHrdWinsOverVclHrd) {
@@ -325,16 +313,6 @@ TEST_F(AvcParser, PayloadLimitAndShortUnits) {
     EXPECT_EQ(parser_->parse_sps(header_only, 5, -1, parser_), 1);
 }
 
-TEST_F(AvcParser, SubsetSpsSetsEnhancementSlot) {
-    AvcSpsSpec s;
-    s.header = 0x6F;  // type 15
-    s.profile = 128;
-    s.id = 5;
-    ASSERT_EQ(sps(avc_sps(s)), 0);
-    EXPECT_EQ(dec().sps_id_enh, 5);
-    EXPECT_EQ(dec().active_sps_enh, &dec().sps[5]);
-}
-
 // SPS of the worked example: 1001/60000, reorder 2, NAL HRD with 24-bit delays.
 AvcSpsSpec timing_sps(bool pic_struct = false) {
     AvcSpsSpec s;
@@ -382,19 +360,14 @@ TEST_F(AvcParser, BufferingPeriodAndPictureTimingInOneUnit) {
     EXPECT_NE(log.text().find(" WARNING: buffering period is not first SEI\n\n"), std::string::npos);
 }
 
-TEST_F(AvcParser, ZeroRemovalDelayContinuesThePreviousOne) {
+TEST_F(AvcParser, RemovalTimeChain) {
     ASSERT_EQ(sps(avc_sps(timing_sps())), 0);
     ASSERT_EQ(sei(sei_nal({bp_payload(0), pt_payload(0, 4)}, {0, 1})), 0);
     ASSERT_EQ(sei(sei_nal({pt_payload(6, 4)}, {1})), 0);
-    ASSERT_EQ(sei(sei_nal({pt_payload(0, 4)}, {1})), 0);
+    ASSERT_EQ(sei(sei_nal({pt_payload(0, 4)}, {1})), 0);  // 0 after 6: taken as 8
     EXPECT_EQ(dec().cpb_removal_delay, 8u);
     EXPECT_EQ(dec().i64_au_removal_tm, 8);
-}
-
-TEST_F(AvcParser, SecondBufferingPeriodReanchorsTheChain) {
-    ASSERT_EQ(sps(avc_sps(timing_sps())), 0);
-    ASSERT_EQ(sei(sei_nal({bp_payload(0), pt_payload(0, 4)}, {0, 1})), 0);
-    ASSERT_EQ(sei(sei_nal({pt_payload(2, 4)}, {1})), 0);
+    // A second buffering period re-anchors at its first picture.
     ASSERT_EQ(sei(sei_nal({bp_payload(0), pt_payload(4, 4)}, {0, 1})), 0);
     EXPECT_EQ(dec().i64_removal_tm_of_first_pic_in_bp, 4);
     ASSERT_EQ(sei(sei_nal({pt_payload(2, 4)}, {1})), 0);

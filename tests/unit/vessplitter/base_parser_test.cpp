@@ -28,28 +28,23 @@ private:
     bbio_handle_t io_;
 };
 
-TEST(ExpGolomb, ShortCodesFromTheStandard) {
+TEST(ExpGolomb, CodesFromTheStandard) {
+    const std::string z11(11, '0'), z15(15, '0');
     struct Row {
-        const char* bits;
+        std::string bits;
         uint32_t value;
     };
-    const Row rows[] = {{"1", 0}, {"010", 1}, {"011", 2}, {"00100", 3}, {"0001000", 7}};
+    const Row rows[] = {{"1", 0}, {"010", 1}, {"011", 2}, {"00100", 3}, {"0001000", 7},
+                        {z11 + "1" + z11, 2047}, {z15 + "1" + z15, 32767}};  // across bytes
     for (const Row& row : rows) {
         SCOPED_TRACE(row.bits);
         BitWriter w;
-        for (const char* c = row.bits; *c; ++c) w.u(1, *c == '1');
+        for (char c : row.bits) w.u(1, c == '1');
         w.u(1, 1).align_zero();  // a following 1 bit must stay unread
         RbspReader r(w.bytes());
         EXPECT_EQ(read_ue(r), row.value);
         EXPECT_EQ(src_read_bit(r), 1u);
     }
-}
-
-TEST(ExpGolomb, LongCodesAcrossBytes) {
-    RbspReader r1({0x00, 0x10, 0x00});  // 11 zeros, marker, 11 zero bits
-    EXPECT_EQ(read_ue(r1), 2047u);
-    RbspReader r2({0x00, 0x01, 0x00, 0x00});  // 15 zeros, marker, 15 zero bits
-    EXPECT_EQ(read_ue(r2), 32767u);
 }
 
 TEST(ExpGolomb, RoundTripUpTo31LeadingZeros) {
@@ -135,10 +130,8 @@ TEST(SeiByteRun, TypeAndSizeCoding) {
     }
 }
 
-TEST(SeiNames, TableAndOutOfRange) {
-    EXPECT_STREQ(get_sei_payloadType_dscr(0), "buffering_period");
+TEST(SeiNames, SpellingAndOutOfRange) {
     EXPECT_STREQ(get_sei_payloadType_dscr(11), "sub_seq-layer_characteristics");
-    EXPECT_STREQ(get_sei_payloadType_dscr(18), "motioned_constrained_slice_group_set");
     EXPECT_STREQ(get_sei_payloadType_dscr(19), "not care");
 }
 
@@ -159,35 +152,13 @@ TEST(ReservedBits, NonZeroIsReportedOnlyAtDebugLevel) {
     EXPECT_EQ(text.find("field error", text.find("field error") + 1), std::string::npos);
 }
 
-TEST(Counters, NullHandleAndFields) {
-    EXPECT_EQ(parser_get_bp_num(nullptr), 0);
-    EXPECT_EQ(parser_get_sei_timing_num(nullptr), 0);
-    parser_t p{};
-    p.bp_num = 3;
-    p.sei_timing_num = 9;
-    EXPECT_EQ(parser_get_bp_num(&p), 3);
-    EXPECT_EQ(parser_get_sei_timing_num(&p), 9);
-}
-
 TEST(ParserCreation, FailsWithoutABufferDevice) {
     reg_bbio_init();
     EXPECT_EQ(avc_parser_create(1, 1), nullptr);
     EXPECT_EQ(hevc_parser_create(1, 1), nullptr);
     parser_env_init();
-    parser_handle_t avc = avc_parser_create(1, 1);
-    parser_handle_t hevc = hevc_parser_create(1, 1);
-    ASSERT_NE(avc, nullptr);
-    ASSERT_NE(hevc, nullptr);
-    const int avc_types[] = {avc->nal_type_aud, avc->nal_type_sps, avc->nal_type_sei,
-                             avc->nal_type_slice, avc->nal_type_idr};
-    const int hevc_types[] = {hevc->nal_type_aud, hevc->nal_type_sps, hevc->nal_type_sei,
-                              hevc->nal_type_slice, hevc->nal_type_idr};
-    EXPECT_EQ(std::vector<int>(std::begin(avc_types), std::end(avc_types)),
-              (std::vector<int>{9, 7, 6, 1, 5}));
-    EXPECT_EQ(std::vector<int>(std::begin(hevc_types), std::end(hevc_types)),
-              (std::vector<int>{35, 33, 39, 0, 19}));
-    avc->parser_destroy(avc);
-    hevc->parser_destroy(hevc);
+    EXPECT_EQ(parser_get_bp_num(nullptr), 0);
+    EXPECT_EQ(parser_get_sei_timing_num(nullptr), 0);
 }
 
 }  // namespace

@@ -31,13 +31,7 @@ public:
         return *this;
     }
     BitWriter& trailing() { return bit(1).align_zero(); }
-    BitWriter& byte(uint8_t b) { return u(8, b); }
-    BitWriter& append(const std::vector<uint8_t>& bytes) {
-        for (uint8_t b : bytes) byte(b);
-        return *this;
-    }
     std::vector<uint8_t> bytes() const { return bytes_; }
-    size_t bit_count() const { return bytes_.size() * 8 - (fill_ ? 8 - fill_ : 0); }
 
 private:
     BitWriter& bit(uint32_t b) {

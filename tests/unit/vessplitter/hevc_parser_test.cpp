@@ -168,42 +168,30 @@ protected:
     parser_handle_t parser_ = nullptr;
 };
 
-TEST_F(HevcParser, ResolutionLimits) {
+TEST_F(HevcParser, ResolutionAndConformanceWindow) {
+    using Window = std::optional<std::array<uint32_t, 4>>;  // left, right, top, bottom
     struct Row {
         uint64_t width, height;
+        Window conf;
         int32_t ret;
     };
-    const Row rows[] = {{8440, 1088, 0}, {8441, 1088, 1}, {8, 8, 0}, {7, 1088, 1}, {1920, 8441, 1},
-                        {1920, 0, 1}};
+    const Row rows[] = {{8440, 1088, {}, 0}, {8441, 1088, {}, 1}, {8, 8, {}, 0}, {7, 1088, {}, 1},
+                        {1920, 8441, {}, 1}, {1920, 0, {}, 1}, {1920, 1088, Window{{0, 0, 0, 4}}, 0},
+                        {1920, 1088, Window{{480, 480, 0, 0}}, 1}};  // nothing left of the width
     vestest::EdrCapture log(0);
     for (const Row& row : rows) {
         HevcSpsSpec s;
         s.width = row.width;
         s.height = row.height;
+        s.conf = row.conf;
         EXPECT_EQ(sps(s), row.ret) << row.width << "x" << row.height;
+        if (!row.conf || row.ret != 0) continue;
+        EXPECT_EQ(slot().i_pic_conf_win_bottom_offset, 8);
+        EXPECT_EQ(slot().i_pic_luma_height, 1088);
     }
     EXPECT_NE(log.text().find("hevc_parse_sequence_parameter_set:"), std::string::npos);
     EXPECT_NE(log.text().find(" ERROR: hevc image resolution out of range\n\n"), std::string::npos);
-}
-
-TEST_F(HevcParser, ConformanceWindow) {
-    HevcSpsSpec s;
-    s.conf = std::array<uint32_t, 4>{0, 0, 0, 4};
-    ASSERT_EQ(sps(s), 0);
-    EXPECT_EQ(slot().i_pic_conf_win_bottom_offset, 8);
-    EXPECT_EQ(slot().i_pic_luma_height, 1088);
-    s.conf = std::array<uint32_t, 4>{480, 480, 0, 0};  // nothing left of the width
-    EXPECT_EQ(sps(s), 1);
-}
-
-TEST_F(HevcParser, ShortTermSetCount) {
-    HevcSpsSpec s;
-    s.rps.assign(64, Rps{false, 0, 0, {}, {0}, {}});
-    EXPECT_EQ(sps(s), 0);
-    EXPECT_EQ(slot().i_num_short_term_ref_pic_sets, 64);
-    EXPECT_EQ(slot().pps_rps_list, slot().as_rps_list);
-    s.rps.assign(65, Rps{false, 0, 0, {}, {0}, {}});
-    EXPECT_EQ(sps(s), 1);
+    EXPECT_NE(log.text().find(" ERROR: hevc bad cropping values\n\n"), std::string::npos);
 }
 
 TEST_F(HevcParser, InterPredictedSetOrdering) {
@@ -226,18 +214,32 @@ TEST_F(HevcParser, InterPredictedSetOrdering) {
     EXPECT_EQ(slot().as_rps_list[1].ai_delta_poc[0], -1);
 }
 
-TEST_F(HevcParser, PictureCountLimits) {
-    HevcSpsSpec s;
-    s.rps = {Rps{false, 0, 0, {}, std::vector<uint32_t>(16, 0), {}}};
-    EXPECT_EQ(sps(s), 0);  // 16 pictures: the array's size
-    s.rps = {Rps{false, 0, 0, {}, std::vector<uint32_t>(9, 0), std::vector<uint32_t>(8, 0)}};
-    EXPECT_EQ(sps(s), 1);  // 17
-    // Derived from a 16-picture set with all 17 entries used: 17 pictures.
-    s.rps = {Rps{false, 0, 0, {}, std::vector<uint32_t>(16, 0), {}},
-             Rps{true, 0, 0, std::vector<bool>(17, true), {}, {}}};
-    EXPECT_EQ(sps(s), 1);
-    s.rps = {Rps{false, 0, 0, {}, {40000}, {}}};  // delta beyond 2^15
-    EXPECT_EQ(sps(s), 1);
+TEST_F(HevcParser, ShortTermSetLimits) {
+    const Rps one{false, 0, 0, {}, {0}, {}};
+    const Rps sixteen{false, 0, 0, {}, std::vector<uint32_t>(16, 0), {}};  // the array's size
+    struct Row {
+        const char* name;
+        std::vector<Rps> rps;
+        int32_t ret;
+    };
+    const Row rows[] = {
+        {"64 sets", std::vector<Rps>(64, one), 0},
+        {"65 sets", std::vector<Rps>(65, one), 1},
+        {"16 pictures", {sixteen}, 0},
+        {"17 pictures", {Rps{false, 0, 0, {}, std::vector<uint32_t>(9, 0), std::vector<uint32_t>(8, 0)}}, 1},
+        // Derived from a 16-picture set with all 17 entries used.
+        {"17 derived", {sixteen, Rps{true, 0, 0, std::vector<bool>(17, true), {}, {}}}, 1},
+        {"delta beyond 2^15", {Rps{false, 0, 0, {}, {40000}, {}}}, 1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        HevcSpsSpec s;
+        s.rps = row.rps;
+        EXPECT_EQ(sps(s), row.ret);
+        if (row.ret != 0 || row.rps.size() != 64) continue;
+        EXPECT_EQ(slot().i_num_short_term_ref_pic_sets, 64);
+        EXPECT_EQ(slot().pps_rps_list, slot().as_rps_list);
+    }
 }
 
 TEST_F(HevcParser, ArrayBoundsRejectTheSps) {
@@ -348,20 +350,16 @@ TEST_F(HevcParser, FrameFieldInfoHalvesAndDoubles) {
     }
 }
 
-TEST_F(HevcParser, IrapOffsetsAreReadBeforeConcatenation) {
+TEST_F(HevcParser, IrapOffsetsAndConcatenation) {
     ASSERT_EQ(sps(timing_sps()), 0);
-    ASSERT_EQ(sei(sei_nal(bp(0, true, true, 5), 0)), 0);
+    ASSERT_EQ(sei(sei_nal(bp(0, true, true, 5), 0)), 0);  // offsets come before concatenation_flag
     EXPECT_EQ(dec().bp.b_rap_cpb_params, 1);
     EXPECT_EQ(dec().bp.i_cpb_delay_offset, 0x123456);
     EXPECT_EQ(dec().bp.i_dpb_delay_offset, 0x654321);
     EXPECT_EQ(dec().bp.b_concat, 1);
     EXPECT_EQ(dec().bp.i_cpb_removal_delay_delta, 6);
     EXPECT_EQ(dec().initial_cpb_removal_delay_1st, 9000u);
-}
-
-TEST_F(HevcParser, ConcatenationAnchorsOnTheLastNonDiscardablePicture) {
-    ASSERT_EQ(sps(timing_sps()), 0);
-    ASSERT_EQ(sei(sei_nal(bp(0), 0)), 0);
+    // The first picture timing starts the chain at 0 whatever the flag says.
     ASSERT_EQ(sei(sei_nal(pt(0, 2), 1)), 0);  // t 0
     ASSERT_EQ(sei(sei_nal(pt(1, 2), 1)), 0);  // t 2
     parser_->parser_get_dpb_output_time(parser_, 1);  // TRAIL_R: anchor 2

@@ -13,10 +13,6 @@
 
 namespace {
 
-#ifndef ROUNDS
-#define ROUNDS 20000
-#endif
-
 using vestest::BitWriter;
 using vestest::make_nal;
 
@@ -81,15 +77,12 @@ void run_corpus(bool hevc, uint32_t rounds) {
     ASSERT_NE(p, nullptr);
     const size_t hdr = hevc ? 2 : 1;
     const std::vector<uint8_t> seeds[] = {hevc ? hevc_seed_sps() : avc_seed_sps(), seed_sei(hevc)};
-    {
-        // The seeds themselves are valid: SPS accepted, SEI walked to its trailing bits.
-        std::vector<uint8_t> sps_seed = seeds[0];
-        std::vector<uint8_t> sei_seed = seeds[1];
-        EXPECT_EQ(p->parse_sps(sps_seed.data(), static_cast<int32_t>(sps_seed.size()), 4, p), 0);
-        EXPECT_EQ(p->parse_sei_messages(sei_seed.data(), static_cast<int32_t>(sei_seed.size()), 4, p), 0);
-        EXPECT_EQ(p->sei_timing_num, 1);
-        EXPECT_EQ(p->parser_get_num_reorder_frames(p), 2);
-    }
+    // The seeds themselves are valid: SPS accepted, SEI walked to its trailing bits.
+    std::vector<uint8_t> sps_seed = seeds[0], sei_seed = seeds[1];
+    EXPECT_EQ(p->parse_sps(sps_seed.data(), vestest::nal_size(sps_seed), 4, p), 0);
+    EXPECT_EQ(p->parse_sei_messages(sei_seed.data(), vestest::nal_size(sei_seed), 4, p), 0);
+    EXPECT_EQ(p->sei_timing_num, 1);
+    EXPECT_EQ(p->parser_get_num_reorder_frames(p), 2);
     std::mt19937 rng(hevc ? 265 : 264);
     testing::internal::CaptureStdout();  // "read beyond buffer" lines
     for (uint32_t round = 0; round < rounds; ++round) {
@@ -109,26 +102,20 @@ void run_corpus(bool hevc, uint32_t rounds) {
         // An exact-size heap copy, so any read past the unit is caught.
         auto* copy = new uint8_t[nal.size()];
         std::copy(nal.begin(), nal.end(), copy);
-        const auto size = static_cast<int32_t>(nal.size());
-        if (sps) {
-            const int32_t ret = p->parse_sps(copy, size, 4, p);
-            EXPECT_TRUE(ret == 0 || ret == 1);
-        } else {
-            const int32_t ret = p->parse_sei_messages(copy, size, 4, p);
-            EXPECT_TRUE(ret == 0 || ret == -1);
-        }
+        const int32_t ret = (sps ? p->parse_sps : p->parse_sei_messages)(copy, vestest::nal_size(nal), 4, p);
+        EXPECT_TRUE(ret == 0 || ret == (sps ? 1 : -1));
         delete[] copy;
         (void)p->parser_get_dpb_output_time(p, round % 10);
         (void)p->parser_get_time_scale(p);
         (void)p->parser_get_cts_offset_ticks(p);
         (void)p->parser_get_num_reorder_frames(p);
-        if (round % 500 == 499) p->parser_reset(p);
+        if (round % 300 == 299) p->parser_reset(p);
     }
     (void)testing::internal::GetCapturedStdout();
     p->parser_destroy(p);
 }
 
-TEST(MalformedInput, AvcUnitsStayInBounds) { run_corpus(false, ROUNDS); }
-TEST(MalformedInput, HevcUnitsStayInBounds) { run_corpus(true, ROUNDS); }
+TEST(MalformedInput, AvcUnitsStayInBounds) { run_corpus(false, 6000); }
+TEST(MalformedInput, HevcUnitsStayInBounds) { run_corpus(true, 6000); }
 
 }  // namespace
