@@ -15,6 +15,7 @@ constexpr int kExitUsage = 2;
 
 int run_convert(int argc, char** argv);
 int run_inspect(int argc, char** argv);
+int run_split(int argc, char** argv);
 
 // Option parsing shared by the subcommands.
 //

@@ -2,6 +2,7 @@
 //   convert   demux a file with libavformat and feed every stream a converter
 //             matches through the library into simulated decoder rings
 //   inspect   check and list a byte stream in one of the decoder's formats
+//   split     separate the layers of a dual-layer stream through the splitter
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,8 @@ constexpr Command kCommands[] = {
     {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]",
      run_convert},
     {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
+    {"split", "split INPUT --codec avc|hevc [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
+     run_split},
 };
 
 void print_usage(std::FILE* out) {

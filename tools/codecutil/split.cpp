@@ -1,0 +1,381 @@
+// `codecutil split INPUT --codec avc|hevc [-o DIR] [--json] [--ts] [--pts FILE.csv]
+//                  [--codec-data FILE]`
+//
+// Pushes a dual-layer stream through the splitter the way a transport-stream
+// demultiplexer would: in the pieces and with the time stamps of FILE.csv
+// (rows "offset,pts", pts in nanoseconds; each row's bytes run to the next
+// row's offset, the last to the end of the file), or in 64 KiB pieces with
+// pts 0, then a final push of length 0. Each layer's deliveries go,
+// concatenated, to DIR/bl.<ext>, DIR/el.<ext> and DIR/md.bin, and one row per
+// delivery to DIR/units.csv ("type,len,pts").
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "json_writer.h"
+#include "vessplitter.h"
+
+namespace codecutil_tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kDefaultOutputDir = "codecutil-out";
+constexpr size_t kChunk = 64 * 1024;
+// The splitter takes pushes of int length.
+constexpr uint64_t kMaxInput = 0x7FFFFFFF;
+
+struct SplitOptions {
+    const char* input = nullptr;
+    int codec = -1;
+    std::string out_dir = kDefaultOutputDir;
+    bool json = false;
+    bool ts = false;
+    bool help = false;
+    const char* pts_csv = nullptr;
+    const char* codec_data = nullptr;
+};
+
+struct Piece {
+    uint64_t offset;
+    uint64_t pts;
+};
+
+struct LayerOut {
+    const char* name;
+    std::string path;
+    std::FILE* file = nullptr;
+    uint64_t units = 0;
+    uint64_t bytes = 0;
+};
+
+// What the output callback writes to.
+struct Sink {
+    LayerOut layers[3] = {{"BL", {}}, {"EL", {}}, {"MD", {}}};
+    std::FILE* csv = nullptr;
+    bool write_failed = false;
+};
+
+int on_output(void* param, ves_type type, void* data, int len, uint64_t pts) {
+    auto* sink = static_cast<Sink*>(param);
+    if (type < VES_BL || type > VES_MD) return -1;
+    LayerOut& out = sink->layers[type - VES_BL];
+    const size_t n = static_cast<size_t>(len);
+    if (std::fwrite(data, 1, n, out.file) != n ||
+        std::fprintf(sink->csv, "%s,%d,%" PRIu64 "\n", out.name, len, pts) < 0) {
+        sink->write_failed = true;
+        return -1;
+    }
+    ++out.units;
+    out.bytes += n;
+    return 0;
+}
+
+void print_help() {
+    std::printf(
+        "usage: codecutil split INPUT --codec avc|hevc [-o DIR] [--json] [--ts]\n"
+        "                       [--pts FILE.csv] [--codec-data FILE]\n"
+        "\n"
+        "Splits a dual-layer stream (enhancement-layer units behind 7E 01, metadata\n"
+        "behind 7C 01) into DIR/bl.<h264|h265>, DIR/el.<h264|h265> and DIR/md.bin,\n"
+        "and lists every delivery in DIR/units.csv (type,len,pts).\n"
+        "\n"
+        "  --codec avc|hevc   the stream's codec (required)\n"
+        "  -o, --output DIR   output folder (default %s)\n"
+        "  --json             print the counts as one JSON object\n"
+        "  --ts               access units are delimited by access-unit delimiters\n"
+        "  --pts FILE.csv     push pieces given by rows \"offset,pts\" (pts in ns);\n"
+        "                     without it, 64 KiB pieces with pts 0\n"
+        "  --codec-data FILE  a decoder configuration record: the input is then\n"
+        "                     length-prefixed, and each piece must hold whole units\n",
+        kDefaultOutputDir);
+}
+
+int parse_options(int argc, char** argv, SplitOptions& opt) {
+    for (int i = 1; i < argc; ++i) {
+        const char* value = nullptr;
+        const std::string arg = argv[i];
+        if (arg.empty() || arg[0] != '-' || arg == "-") {
+            if (opt.input != nullptr) {
+                report_error("split takes one INPUT (got '" + std::string(opt.input) + "' and '" + arg + "')");
+                return kExitUsage;
+            }
+            opt.input = argv[i];
+        } else if (arg == "-h" || arg == "--help") {
+            opt.help = true;
+        } else if (arg == "--json") {
+            opt.json = true;
+        } else if (arg == "--ts") {
+            opt.ts = true;
+        } else if (take_option(argc, argv, i, "--codec", value)) {
+            const std::string c = value != nullptr ? value : "";
+            if (c == "avc" || c == "h264") {
+                opt.codec = VES_AVC;
+            } else if (c == "hevc" || c == "h265") {
+                opt.codec = VES_HEVC;
+            } else {
+                report_error("split: --codec needs avc or hevc (got '" + c + "')");
+                return kExitUsage;
+            }
+        } else if (take_option(argc, argv, i, "-o", value) || take_option(argc, argv, i, "--output", value)) {
+            if (value == nullptr || *value == '\0') {
+                report_error("split: " + arg + " needs a folder");
+                return kExitUsage;
+            }
+            opt.out_dir = value;
+        } else if (take_option(argc, argv, i, "--pts", value)) {
+            if (value == nullptr || *value == '\0') {
+                report_error("split: --pts needs a CSV file");
+                return kExitUsage;
+            }
+            opt.pts_csv = value;
+        } else if (take_option(argc, argv, i, "--codec-data", value)) {
+            if (value == nullptr || *value == '\0') {
+                report_error("split: --codec-data needs a file");
+                return kExitUsage;
+            }
+            opt.codec_data = value;
+        } else {
+            report_error("split: unknown option '" + arg + "' (try 'codecutil split --help')");
+            return kExitUsage;
+        }
+    }
+    if (opt.help) return kExitOk;
+    if (opt.input == nullptr) {
+        report_error("split: no INPUT (try 'codecutil split --help')");
+        return kExitUsage;
+    }
+    if (opt.codec < 0) {
+        report_error("split: --codec avc|hevc is required");
+        return kExitUsage;
+    }
+    return kExitOk;
+}
+
+bool read_file(const char* path, const char* what, std::vector<uint8_t>& out) {
+    std::ifstream f(path, std::ios::binary);
+    if (!f) {
+        report_error(std::string("cannot open ") + what + " '" + path + "': " + std::strerror(errno));
+        return false;
+    }
+    out.assign(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    if (f.bad()) {
+        report_error(std::string("cannot read ") + what + " '" + path + "'");
+        return false;
+    }
+    return true;
+}
+
+bool parse_u64(const std::string& text, uint64_t& out) {
+    if (text.empty() || text.size() > 20) return false;
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long v = std::strtoull(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || text[0] < '0' || text[0] > '9') return false;
+    out = v;
+    return true;
+}
+
+// Rows "offset,pts"; a first line that is not numeric is a header. Offsets
+// must rise and lie inside the input.
+bool read_pieces(const char* path, uint64_t input_size, std::vector<Piece>& pieces) {
+    std::ifstream f(path);
+    if (!f) {
+        report_error(std::string("cannot open pts file '") + path + "': " + std::strerror(errno));
+        return false;
+    }
+    std::string line;
+    for (int number = 1; std::getline(f, line); ++number) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty()) continue;
+        const size_t comma = line.find(',');
+        Piece p{};
+        const bool ok = comma != std::string::npos && parse_u64(line.substr(0, comma), p.offset) &&
+                        parse_u64(line.substr(comma + 1), p.pts);
+        if (!ok) {
+            if (number == 1) continue;  // header
+            report_error(std::string(path) + ":" + std::to_string(number) + ": expected \"offset,pts\", got '" +
+                         line + "'");
+            return false;
+        }
+        if (p.offset >= input_size || (!pieces.empty() && p.offset <= pieces.back().offset)) {
+            report_error(std::string(path) + ":" + std::to_string(number) + ": offset " +
+                         std::to_string(p.offset) + " is not after the previous one inside the input of " +
+                         std::to_string(input_size) + " bytes");
+            return false;
+        }
+        pieces.push_back(p);
+    }
+    if (pieces.empty()) {
+        report_error(std::string("no rows in pts file '") + path + "'");
+        return false;
+    }
+    return true;
+}
+
+bool open_outputs(const fs::path& dir, int codec, Sink& sink, std::string& csv_path) {
+    std::error_code ec;
+    fs::create_directories(dir, ec);
+    if (ec) {
+        report_error("cannot create '" + dir.string() + "': " + ec.message());
+        return false;
+    }
+    const char* ext = codec == VES_HEVC ? "h265" : "h264";
+    sink.layers[0].path = (dir / (std::string("bl.") + ext)).string();
+    sink.layers[1].path = (dir / (std::string("el.") + ext)).string();
+    sink.layers[2].path = (dir / "md.bin").string();
+    csv_path = (dir / "units.csv").string();
+    for (LayerOut& l : sink.layers) {
+        l.file = std::fopen(l.path.c_str(), "wb");
+        if (l.file == nullptr) {
+            report_error("cannot write '" + l.path + "': " + std::strerror(errno));
+            return false;
+        }
+    }
+    sink.csv = std::fopen(csv_path.c_str(), "w");
+    if (sink.csv == nullptr) {
+        report_error("cannot write '" + csv_path + "': " + std::strerror(errno));
+        return false;
+    }
+    std::fputs("type,len,pts\n", sink.csv);
+    return true;
+}
+
+bool close_outputs(Sink& sink) {
+    bool ok = true;
+    for (LayerOut& l : sink.layers) {
+        if (l.file != nullptr && std::fclose(l.file) != 0) ok = false;
+        l.file = nullptr;
+    }
+    if (sink.csv != nullptr && std::fclose(sink.csv) != 0) ok = false;
+    sink.csv = nullptr;
+    return ok;
+}
+
+// Runs the pushes; false after reporting the first failure.
+bool push_all(void* splitter, std::vector<uint8_t>& data, const std::vector<Piece>& pieces, const Sink& sink) {
+    auto push = [&](uint64_t begin, uint64_t end, uint64_t pts) {
+        void* at = end > begin ? data.data() + begin : nullptr;
+        const int r = ves_split_push(splitter, at, static_cast<int>(end - begin), pts);
+        if (r == 0) return true;
+        if (sink.write_failed)
+            report_error("split: cannot write the output");
+        else
+            report_error("split: push of bytes " + std::to_string(begin) + ".." + std::to_string(end) +
+                         " failed with " + std::to_string(r));
+        return false;
+    };
+    const uint64_t size = data.size();
+    if (pieces.empty()) {
+        for (uint64_t at = 0; at < size; at += kChunk)
+            if (!push(at, std::min<uint64_t>(at + kChunk, size), 0)) return false;
+        return push(size, size, 0);
+    }
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        const uint64_t end = i + 1 < pieces.size() ? pieces[i + 1].offset : size;
+        if (!push(pieces[i].offset, end, pieces[i].pts)) return false;
+    }
+    return push(size, size, pieces.back().pts);
+}
+
+void print_report(const SplitOptions& opt, const Sink& sink, const std::string& csv_path) {
+    if (opt.json) {
+        JsonWriter json;
+        json.begin_object();
+        json.key("layers");
+        json.begin_object();
+        for (const LayerOut& l : sink.layers) {
+            json.key(l.name);
+            json.begin_object();
+            json.key("units");
+            json.value(l.units);
+            json.key("bytes");
+            json.value(l.bytes);
+            json.key("output");
+            json.value(l.path);
+            json.end_object();
+        }
+        json.end_object();
+        json.key("units_csv");
+        json.value(csv_path);
+        json.end_object();
+        std::printf("%s\n", json.text().c_str());
+        return;
+    }
+    for (const LayerOut& l : sink.layers)
+        std::printf("%s: %" PRIu64 " units, %" PRIu64 " bytes -> %s\n", l.name, l.units, l.bytes, l.path.c_str());
+    std::printf("units: %s\n", csv_path.c_str());
+}
+
+}  // namespace
+
+int run_split(int argc, char** argv) {
+    SplitOptions opt;
+    if (int status = parse_options(argc, argv, opt); status != kExitOk) return status;
+    if (opt.help) {
+        print_help();
+        return kExitOk;
+    }
+    std::vector<uint8_t> data;
+    if (!read_file(opt.input, "input", data)) return kExitFailure;
+    if (data.size() > kMaxInput) {
+        report_error(std::string("input '") + opt.input + "' is larger than 2 GiB");
+        return kExitFailure;
+    }
+    std::vector<Piece> pieces;
+    if (opt.pts_csv != nullptr && !read_pieces(opt.pts_csv, data.size(), pieces)) return kExitFailure;
+    std::vector<uint8_t> record;
+    if (opt.codec_data != nullptr) {
+        if (!read_file(opt.codec_data, "codec data", record)) return kExitFailure;
+        if (record.empty() || record.size() > kMaxInput) {
+            report_error(std::string("codec data '") + opt.codec_data + "' is empty or too large");
+            return kExitFailure;
+        }
+    }
+
+    Sink sink;
+    std::string csv_path;
+    if (!open_outputs(opt.out_dir, opt.codec, sink, csv_path)) {
+        close_outputs(sink);
+        return kExitFailure;
+    }
+    void* splitter = ves_split_init(opt.codec, on_output, &sink, opt.ts ? 1 : 0);
+    if (splitter == nullptr) {
+        close_outputs(sink);
+        report_error("split: cannot create the splitter");
+        return kExitFailure;
+    }
+    // The splitter's diagnostics go to stderr unless a file was named, so
+    // that standard output carries only the report.
+    const bool own_debug_file = std::getenv("EDR_DEBUG_FILE") == nullptr;
+    if (own_debug_file) edr_debug_file = stderr;
+
+    bool ok = true;
+    if (!record.empty() &&
+        ves_split_set_codec_data(splitter, record.data(), static_cast<int>(record.size())) != 0) {
+        report_error(std::string("split: codec data '") + opt.codec_data +
+                     "' is not a valid decoder configuration record");
+        ok = false;
+    }
+    if (ok) ok = push_all(splitter, data, pieces, sink);
+    // Free closes a debug file other than standard output: not stderr.
+    if (own_debug_file) edr_debug_file = stdout;
+    ves_split_free(splitter);
+    if (!close_outputs(sink) && ok) {
+        report_error("split: cannot write the output");
+        ok = false;
+    }
+    if (!ok) return kExitFailure;
+    print_report(opt, sink, csv_path);
+    return kExitOk;
+}
+
+}  // namespace codecutil_tool
