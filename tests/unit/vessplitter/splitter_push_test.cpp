@@ -112,6 +112,45 @@ TEST(SplitterPush, StartCodesSplitAcrossPushes) {
     }
 }
 
+// Whatever the piece boundaries, the same units come out in the same order:
+// the scan resumes where the previous push left off without missing a start
+// code that straddles two pieces.
+TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
+    uint32_t seed = 12345;
+    auto next = [&](uint32_t n) {
+        seed = seed * 1664525u + 1013904223u;
+        return (seed >> 8) % n;
+    };
+    for (int trial = 0; trial < 20; ++trial) {
+        Bytes stream;
+        for (int u = 0; u < 40; ++u) {
+            const Bytes heads[] = {{0x09, 0xF0}, {0x41}, {0x7E, 0x01, 0x41}, {0x7E, 0x01, 0x09}, {0x7C, 0x01, 0x19}};
+            Bytes nal = heads[next(5)];
+            for (uint32_t i = next(60); i > 0; --i) nal.push_back(static_cast<uint8_t>(next(4) == 0 ? 0 : next(256)));
+            stream = cat({stream, next(2) ? sc4(nal) : sc3(nal)});
+        }
+        const int is_ts = trial % 2;
+        SplitterHarness whole(VES_AVC, is_ts, 0);
+        ASSERT_EQ(whole.push(stream, 1), 0);
+        ASSERT_EQ(whole.finish(), 0);
+        SplitterHarness pieces(VES_AVC, is_ts, 0);
+        for (size_t at = 0; at < stream.size();) {
+            const size_t n = std::min<size_t>(1 + next(300), stream.size() - at);
+            ASSERT_EQ(pieces.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(at),
+                                        stream.begin() + static_cast<std::ptrdiff_t>(at + n)), 1),
+                      0);
+            at += n;
+        }
+        ASSERT_EQ(pieces.finish(), 0);
+        ASSERT_GT(whole.rec.got.size(), 20u);
+        ASSERT_EQ(pieces.rec.got.size(), whole.rec.got.size()) << trial;
+        for (size_t i = 0; i < whole.rec.got.size(); ++i) {
+            EXPECT_EQ(pieces.rec.got[i].type, whole.rec.got[i].type) << trial << " " << i;
+            EXPECT_EQ(pieces.rec.got[i].data, whole.rec.got[i].data) << trial << " " << i;
+        }
+    }
+}
+
 TEST(SplitterPush, WithoutStartCodeKeepsThreeBytes) {
     SplitterHarness h;
     ASSERT_EQ(h.push({0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x00, 0x00, 0x00}, 1), 0);
