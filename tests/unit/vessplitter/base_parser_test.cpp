@@ -13,20 +13,7 @@ namespace {
 
 using vestest::BitWriter;
 
-class RbspReader {
-public:
-    explicit RbspReader(std::vector<uint8_t> bytes) : data_(std::move(bytes)) {
-        parser_env_init();
-        io_ = reg_bbio_get('b', 'r');
-        io_->set_buffer(io_, data_.data(), data_.size(), 0);
-    }
-    ~RbspReader() { io_->destroy(io_); }
-    operator bbio_handle_t() const { return io_; }
-
-private:
-    std::vector<uint8_t> data_;
-    bbio_handle_t io_;
-};
+using RbspReader = vestest::Reader;
 
 TEST(ExpGolomb, CodesFromTheStandard) {
     const std::string z11(11, '0'), z15(15, '0');

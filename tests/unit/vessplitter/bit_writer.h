@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "io_buffer.h"
 #include "sei_sps_parser.h"
 
 namespace vestest {
@@ -100,6 +102,24 @@ private:
     FILE* file_ = nullptr;
     char* buf_ = nullptr;
     size_t len_ = 0;
+};
+
+// A read device over a copy of `bytes`, made through the registry.
+class Reader {
+public:
+    explicit Reader(std::vector<uint8_t> bytes) : data_(std::move(bytes)) {
+        parser_env_init();
+        io_ = reg_bbio_get('b', 'r');
+        io_->set_buffer(io_, data_.data(), data_.size(), 0);
+    }
+    ~Reader() { io_->destroy(io_); }
+    bbio_handle_t operator->() const { return io_; }
+    operator bbio_handle_t() const { return io_; }
+    bbio_buf_t* dev() const { return reinterpret_cast<bbio_buf_t*>(io_); }
+
+private:
+    std::vector<uint8_t> data_;
+    bbio_handle_t io_;
 };
 
 inline int32_t nal_size(const std::vector<uint8_t>& nal) { return static_cast<int32_t>(nal.size()); }

@@ -273,8 +273,12 @@ TEST_F(HevcParser, ArrayBoundsRejectTheSps) {
     }
 }
 
-TEST_F(HevcParser, DerivedSizesAndAmp) {
-    ASSERT_EQ(sps(HevcSpsSpec{}), 0);
+TEST_F(HevcParser, DerivedSizesAmpAndSubLayerOrdering) {
+    HevcSpsSpec s;
+    s.max_sub_layers_minus1 = 2;
+    s.ordering_info = false;  // one coded set, copied to every sub-layer
+    s.ordering = {5, 3, 7};
+    ASSERT_EQ(sps(s), 0);
     const hevc_sps_t& r = slot();
     EXPECT_EQ(r.i_max_cu_width, 64);
     EXPECT_EQ(r.i_log2_max_transform_block_size, 5);
@@ -283,22 +287,14 @@ TEST_F(HevcParser, DerivedSizesAndAmp) {
     EXPECT_EQ(std::vector<BOOL>(r.ab_amvp, r.ab_amvp + 6), (std::vector<BOOL>{1, 1, 1, 0, 0, 0}));
     EXPECT_EQ(r.i_max_pic_order_cnt_lsb, 256);
     EXPECT_EQ(r.as_protile[0].i_level, 120);
+    EXPECT_EQ(r.as_protile[2].i_level, 90);  // sub-layer 1
     EXPECT_EQ(r.as_protile[0].as_sublayer_ptl[2], &r.as_protile[3]);
     EXPECT_EQ(r.b_init, 1);
-}
-
-TEST_F(HevcParser, SubLayerOrderingCopiedToAllLayers) {
-    HevcSpsSpec s;
-    s.max_sub_layers_minus1 = 2;
-    s.ordering_info = false;
-    s.ordering = {5, 3, 7};
-    ASSERT_EQ(sps(s), 0);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(slot().ai_max_dec_pic_buffering[i], 6) << i;
-        EXPECT_EQ(slot().ai_num_reorder_pics[i], 3) << i;
-        EXPECT_EQ(slot().max_latency_increase[i], 7) << i;
+        EXPECT_EQ(r.ai_max_dec_pic_buffering[i], 6) << i;
+        EXPECT_EQ(r.ai_num_reorder_pics[i], 3) << i;
+        EXPECT_EQ(r.max_latency_increase[i], 7) << i;
     }
-    EXPECT_EQ(slot().as_protile[2].i_level, 90);  // sub-layer 1
 }
 
 TEST_F(HevcParser, DefaultsAndChromaWarning) {

@@ -4,29 +4,14 @@
 #include <cstdlib>
 #include <vector>
 
+#include "bit_writer.h"
 #include "io_buffer.h"
 #include "registry.h"
 #include "sei_sps_parser.h"
 
 namespace {
 
-// A read device over a copy of `bytes`, made through the registry.
-class Reader {
-public:
-    explicit Reader(std::vector<uint8_t> bytes) : data_(std::move(bytes)) {
-        parser_env_init();
-        io_ = reg_bbio_get('b', 'r');
-        io_->set_buffer(io_, data_.data(), data_.size(), 0);
-    }
-    ~Reader() { io_->destroy(io_); }
-    bbio_handle_t operator->() const { return io_; }
-    operator bbio_handle_t() const { return io_; }
-    bbio_buf_t* dev() const { return reinterpret_cast<bbio_buf_t*>(io_); }
-
-private:
-    std::vector<uint8_t> data_;
-    bbio_handle_t io_;
-};
+using vestest::Reader;
 
 TEST(BitReader, ReadsThroughOneByteCache) {
     Reader r({0xA5, 0xFF});
