@@ -23,7 +23,12 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <bit>
 #include <initializer_list>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "edr_debug.h"
 #include "vessplitter_internal.h"
@@ -113,12 +118,26 @@ VES_API void mirror_buffer_free(struct mirror_buffer* buf) {
     *buf = {};
 }
 
+// (at + len) modulo size; a subtraction in the usual case, as pushes of a
+// transport-stream packet each move both ends.
+static int ring_advance(int at, int len, int size) {
+    const int64_t v = static_cast<int64_t>(at) + len;
+    if (v < size) return static_cast<int>(v);
+    if (v - size < size) return static_cast<int>(v - size);
+    return static_cast<int>(v % size);
+}
+
+// Counts len bytes written at the write position as held.
+static int ring_commit(struct mirror_buffer* buf, int len) {
+    buf->len += len;
+    buf->write = ring_advance(buf->write, len, buf->size);
+    return buf->len;
+}
+
 VES_API int mirror_buffer_append(struct mirror_buffer* buf, void* data, int len) {
     if (len <= 0) return buf->len;
     std::memcpy(static_cast<uint8_t*>(buf->start) + buf->write, data, static_cast<size_t>(len));
-    buf->len += len;
-    buf->write = static_cast<int>((static_cast<int64_t>(buf->write) + len) % buf->size);
-    return buf->len;
+    return ring_commit(buf, len);
 }
 
 VES_API void* mirror_buffer_peek(struct mirror_buffer* buf, int len) {
@@ -131,7 +150,7 @@ VES_API void* mirror_buffer_flush(struct mirror_buffer* buf, int len) {
     void* p = static_cast<uint8_t*>(buf->start) + buf->read;
     if (len == 0) return p;
     buf->len -= len;
-    buf->read = static_cast<int>((static_cast<int64_t>(buf->read) + len) % buf->size);
+    buf->read = ring_advance(buf->read, len, buf->size);
     buf->pos += static_cast<uint64_t>(len);
     return p;
 }
@@ -407,11 +426,102 @@ void final_delivery(ves_splitter* split) {
         (void)deliver_layer(split, VES_EL, el.derived_pts != 0 ? el.derived_pts : el.original_pts);
 }
 
-constexpr uint8_t kStartCode[3] = {0, 0, 1};
+#if defined(__SSE2__)
+// Bit k set where p[k] is 01, for the 16 bytes at p.
+uint32_t ones_mask(const uint8_t* p) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(1))));
+}
+#endif
+
+// Offset of the first 01 byte in [i, len), or len. With SSE2, inline 16-byte
+// compares, the last block overlapping the one before: a transport-stream
+// packet's worth of bytes then costs less than a library call's setup.
+// Elsewhere memchr, which the C library vectorises where the CPU can.
+int find_byte_one(const uint8_t* bytes, int i, int len) {
+#if defined(__SSE2__)
+    if (len < 16) {
+        for (; i < len; ++i)
+            if (bytes[i] == 1) return i;
+        return len;
+    }
+    for (; len - i > 32; i += 32) {
+        const uint32_t m = ones_mask(bytes + i) | ones_mask(bytes + i + 16) << 16;
+        if (m != 0) return i + std::countr_zero(m);
+    }
+    if (len - i > 16) {
+        if (const uint32_t m = ones_mask(bytes + i); m != 0) return i + std::countr_zero(m);
+        i += 16;
+    }
+    if (i >= len) return len;
+    // The last 16 bytes, without those before i: already looked at, or
+    // before the span but inside the buffer.
+    const int at = len - 16;
+    const uint32_t m = ones_mask(bytes + at) >> (i - at);
+    return m != 0 ? i + std::countr_zero(m) : len;
+#else
+    const void* one = std::memchr(bytes + i, 1, static_cast<size_t>(len - i));
+    return one != nullptr ? static_cast<int>(static_cast<const uint8_t*>(one) - bytes) : len;
+#endif
+}
+
+// Where in a push the 01 bytes lie: none before `first`, none from `end` on.
+struct OnesSpan {
+    int first;
+    int end;
+};
+
+// Appends a start-code push to the ring. With SSE2, pushes up to a few
+// transport-stream packets are copied and looked at in one pass, so the scan
+// only visits the span between their first and last 01 (usually nothing, or
+// one byte); longer ones are copied by memcpy and scanned whole.
+OnesSpan append_push(mirror_buffer& ring, const uint8_t* data, int len) {
+#if defined(__SSE2__)
+    constexpr int kFusedMax = 1024;
+    if (len >= 16 && len <= kFusedMax) {
+        uint8_t* dst = static_cast<uint8_t*>(ring.start) + ring.write;
+        const __m128i one = _mm_set1_epi8(1);
+        OnesSpan span{len, len};
+        // Copies 16 bytes at `at`; bit k of the result is set where byte k was 01.
+        auto copy = [&](int at) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), v);
+            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, one)));
+        };
+        auto note = [&](int at, uint32_t m) {
+            if (m == 0) return;
+            if (span.first == len) span.first = at + std::countr_zero(m);
+            span.end = at + 32 - std::countl_zero(m);
+        };
+        int i = 0;
+        for (; len - i > 32; i += 32) note(i, copy(i) | copy(i + 16) << 16);
+        for (; len - i > 16; i += 16) note(i, copy(i));
+        // The last 16 bytes, overlapping what was copied and looked at.
+        const int at = len - 16;
+        note(i, copy(at) >> (i - at));
+        ring_commit(&ring, len);
+        return span;
+    }
+#endif
+    mirror_buffer_append(&ring, const_cast<uint8_t*>(data), len);
+    return {0, len};
+}
+
+// Offset of the first 00 00 01 lying wholly in [from, len), or -1. Looks for
+// the rare 01 bytes first; a generic substring search costs several times
+// more per byte and dominated the push.
+int find_start_code(const uint8_t* bytes, int from, int len) {
+    for (int i = from + 2; (i = find_byte_one(bytes, i, len)) < len; i += 3) {
+        // A later start code's 01 lies at least three bytes on.
+        if (bytes[i - 1] == 0 && bytes[i - 2] == 0) return i - 2;
+    }
+    return -1;
+}
 
 // Start-code input: the ring's whole content. Units end where the next start
 // code begins; the last one stays held until its end is known.
-int push_start_codes(ves_splitter* split, int veslen, uint64_t pts) {
+// `ones` tells where in the new bytes a start code's 01 may lie.
+int push_start_codes(ves_splitter* split, int veslen, OnesSpan ones, uint64_t pts) {
     mirror_buffer& ring = split->buf;
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
@@ -420,11 +530,11 @@ int push_start_codes(ves_splitter* split, int veslen, uint64_t pts) {
     int pprefix = split->scan_prefix;
     int cursor = pending ? split->scan_cursor : 0;
     int search = pending ? split->scan_search : 0;
+    if (d.held + ones.first - 2 > search) search = d.held + ones.first - 2;
+    const int limit = d.held + ones.end;
     while (search < d.len) {
-        const void* hit = memmem(d.bytes + search, static_cast<size_t>(d.len - search), kStartCode,
-                                 sizeof kStartCode);
-        if (hit == nullptr) break;
-        const int m = static_cast<int>(static_cast<const uint8_t*>(hit) - d.bytes);
+        const int m = find_start_code(d.bytes, search, limit);
+        if (m < 0) break;
         const int sc = m != cursor && d.bytes[m - 1] == 0 ? m - 1 : m;
         cursor = search = m + 3;
         if (pending) {
@@ -746,9 +856,10 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
         return -1;
     EDR_LOG(kLvUnit, "%s:%d nal_length_size %d, len %d, pts %lld, buffered len %d\n",
             split->nal_length_size, veslen, ll(pts), split->buf.len);
+    OnesSpan ones{0, veslen};
     if (split->nal_length_size == 0) {
         if (grow_ring(split, veslen) != 0) return -1;
-        mirror_buffer_append(&split->buf, vesdata, veslen);
+        ones = append_push(split->buf, static_cast<const uint8_t*>(vesdata), veslen);
     } else if (split->sps_pps_nal_units_size > 0) {
         const int n = split->sps_pps_nal_units_size;
         EDR_LOG(kLvState, "%s:%d push SPS/PPS %d bytes\n", n);
@@ -767,7 +878,7 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
                 ll(split->dump_pos[VES_MIX]), ll(pts));
         split->dump_pos[VES_MIX] += std::fwrite(vesdata, 1, static_cast<size_t>(veslen), dump);
     }
-    if (split->nal_length_size == 0) return push_start_codes(split, veslen, pts);
+    if (split->nal_length_size == 0) return push_start_codes(split, veslen, ones, pts);
     return push_lengths(split, static_cast<uint8_t*>(vesdata), veslen, pts);
 }
 

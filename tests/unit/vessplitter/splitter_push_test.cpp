@@ -114,7 +114,8 @@ TEST(SplitterPush, StartCodesSplitAcrossPushes) {
 
 // Whatever the piece boundaries, the same units come out in the same order:
 // the scan resumes where the previous push left off without missing a start
-// code that straddles two pieces.
+// code that straddles two pieces, and short pushes (copied and scanned in one
+// pass) find what one long push (copied, then scanned) finds.
 TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
     uint32_t seed = 12345;
     auto next = [&](uint32_t n) {
@@ -126,7 +127,11 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
         for (int u = 0; u < 40; ++u) {
             const Bytes heads[] = {{0x09, 0xF0}, {0x41}, {0x7E, 0x01, 0x41}, {0x7E, 0x01, 0x09}, {0x7C, 0x01, 0x19}};
             Bytes nal = heads[next(5)];
-            for (uint32_t i = next(60); i > 0; --i) nal.push_back(static_cast<uint8_t>(next(4) == 0 ? 0 : next(256)));
+            // Zeros and 01s often, so start-code candidates are dense.
+            for (uint32_t i = next(60); i > 0; --i) {
+                const uint32_t r = next(8);
+                nal.push_back(static_cast<uint8_t>(r < 2 ? 0 : r == 2 ? 1 : next(256)));
+            }
             stream = cat({stream, next(2) ? sc4(nal) : sc3(nal)});
         }
         const int is_ts = trial % 2;
@@ -142,7 +147,7 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
             at += n;
         }
         ASSERT_EQ(pieces.finish(), 0);
-        ASSERT_GT(whole.rec.got.size(), 20u);
+        ASSERT_GT(whole.rec.got.size(), 10u);
         ASSERT_EQ(pieces.rec.got.size(), whole.rec.got.size()) << trial;
         for (size_t i = 0; i < whole.rec.got.size(); ++i) {
             EXPECT_EQ(pieces.rec.got[i].type, whole.rec.got[i].type) << trial << " " << i;
