@@ -439,6 +439,7 @@ uint32_t ones_mask(const uint8_t* p) {
 // packet's worth of bytes then costs less than a library call's setup.
 // Elsewhere memchr, which the C library vectorises where the CPU can.
 int find_byte_one(const uint8_t* bytes, int i, int len) {
+    if (i >= len) return len;
 #if defined(__SSE2__)
     if (len < 16) {
         for (; i < len; ++i)
@@ -453,7 +454,6 @@ int find_byte_one(const uint8_t* bytes, int i, int len) {
         if (const uint32_t m = ones_mask(bytes + i); m != 0) return i + std::countr_zero(m);
         i += 16;
     }
-    if (i >= len) return len;
     // The last 16 bytes, without those before i: already looked at, or
     // before the span but inside the buffer.
     const int at = len - 16;
