@@ -532,7 +532,7 @@ int push_start_codes(ves_splitter* split, int veslen, OnesSpan ones, uint64_t pt
     int search = pending ? split->scan_search : 0;
     if (d.held + ones.first - 2 > search) search = d.held + ones.first - 2;
     const int limit = d.held + ones.end;
-    while (search < d.len) {
+    while (search < limit) {
         const int m = find_start_code(d.bytes, search, limit);
         if (m < 0) break;
         const int sc = m != cursor && d.bytes[m - 1] == 0 ? m - 1 : m;
