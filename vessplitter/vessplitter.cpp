@@ -523,6 +523,13 @@ int find_start_code(const uint8_t* bytes, int from, int len) {
 // `ones` tells where in the new bytes a start code's 01 may lie.
 int push_start_codes(ves_splitter* split, int veslen, OnesSpan ones, uint64_t pts) {
     mirror_buffer& ring = split->buf;
+    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) {
+        // No 01 in the push: the held unit only grows (most transport-stream
+        // packets of a slice).
+        split->scan_search = ring.len - 2 > split->scan_cursor ? ring.len - 2 : split->scan_cursor;
+        split->remain_pts = pts;
+        return 0;
+    }
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
     bool pending = split->scan_pending != 0;
