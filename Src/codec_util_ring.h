@@ -124,4 +124,20 @@ private:
     uint64_t written_ = 0;
 };
 
+// Runs `emit` once on a CountingSink to measure the unit, asks for exactly
+// that much space and runs it again on a RingWriter there. Returns false,
+// writing nothing, when the length passes 32 bits or no space is granted.
+template <class Emit>
+[[nodiscard]] bool write_measured(CodecUtilGetBufFunc_t getbuf, void* stream, RingSpace& space,
+                                  Emit&& emit) {
+    CountingSink measure;
+    emit(measure);
+    if (measure.written() > UINT32_MAX ||
+        !request_space(getbuf, stream, static_cast<uint32_t>(measure.written()), space))
+        return false;
+    RingWriter out(space);
+    emit(out);
+    return true;
+}
+
 }  // namespace codecutil

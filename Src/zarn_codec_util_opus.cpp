@@ -95,14 +95,12 @@ zarn_uint8* CodecUtil_Opus_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
                                           CodecUtilBuffer_t* buffer, zarn_uint32* size) {
     CodecUtil_Opus_t* r = opus(base);
     *size = 0;
-    CountingSink measure;
-    emit_push(measure, r, buffer, r->packageno);
     RingSpace space;
-    if (measure.written() > UINT32_MAX ||
-        !request_space(r->getbufFunc, stream, static_cast<uint32_t>(measure.written()), space))
+    zarn_uint32 next = r->packageno;
+    if (!write_measured(r->getbufFunc, stream, space,
+                        [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
         return nullptr;
-    RingWriter out(space);
-    r->packageno = emit_push(out, r, buffer, r->packageno);
+    r->packageno = next;
     drop_codec_data(r);
     *size = space.length;
     return space.first;

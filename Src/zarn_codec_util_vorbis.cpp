@@ -159,14 +159,12 @@ zarn_uint8* CodecUtil_Voibis_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     CodecUtil_Vorbis_t* r = vorbis(base);
     *size = 0;
     if (!r->need_convert) return nullptr;
-    CountingSink measure;
-    emit_push(measure, r, buffer, r->packageno);
     RingSpace space;
-    if (measure.written() > UINT32_MAX ||
-        !request_space(r->getbufFunc, stream, static_cast<uint32_t>(measure.written()), space))
+    zarn_uint32 next = r->packageno;
+    if (!write_measured(r->getbufFunc, stream, space,
+                        [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
         return nullptr;
-    RingWriter out(space);
-    r->packageno = emit_push(out, r, buffer, r->packageno);
+    r->packageno = next;
     drop_header_packets(r);
     *size = space.length;
     return space.first;

@@ -39,40 +39,9 @@ convert_audio() {
         "$name.json")
 }
 
-# convert_both_rings MEDIA CODEC: once into a large ring, once into a small
-# ring that wraps early (inside the first push of the Vorbis headers) and
-# many times after; the two outputs must be identical. Sets OUT (the first)
-# and PACKETS.
-convert_both_rings() {
-    local first
-    convert_audio "$1" "$2" plain
-    first=$OUT
-    convert_audio "$1" "$2" wrapped --ring-size 16k --wrap-at 16200
-    cmp -s "$first" "$OUT" || fail "$1: output through a wrapping ring differs"
-    OUT=$first
-}
 
-# inspect_extract FORMAT FILE DIR: walks FILE strictly as FORMAT and extracts
-# it into DIR; the listing is kept in DIR.txt.
-inspect_extract() {
-    local format=$1 file=$2 dir=$3
-    "$CODECUTIL" inspect "$file" --format "$format" --extract "$dir" >"$dir.txt" 2>"$dir.err" || {
-        cat "$dir.err" >&2
-        fail "codecutil inspect --format $format $file failed"
-    }
-}
 
-# expect_line FILE PATTERN: FILE has a line matching the extended regex.
-expect_line() {
-    grep -Eq "$2" "$1" || fail "$1 has no line matching '$2'"
-}
 
-# expect_count FILE PATTERN N: exactly N lines of FILE match the regex.
-expect_count() {
-    local got
-    got=$(grep -Ec "$2" "$1" || true)
-    [[ $got -eq $3 ]] || fail "$1: $got lines match '$2', expected $3"
-}
 
 # same_pcm ORIGINAL [--extracted] DECODABLE: decoding DECODABLE (a file, or
 # an extraction folder) gives exactly the samples, channels, rate and sample
@@ -89,3 +58,7 @@ same_pcm() {
     [[ $samples -ge ${MIN_SAMPLES:-8000} ]] || fail "$original decodes to only $samples samples"
     [[ $want == "$got" ]] || fail "decoding $* gives '$got', the original '$want'"
 }
+
+# convert_both_rings MEDIA CODEC: the wrapping ring wraps inside the first
+# push of the Vorbis headers. Sets OUT and PACKETS.
+convert_both_rings() { both_rings convert_audio "$1" "$2" 16200; }

@@ -168,3 +168,38 @@ run_ring_cases() {
         fi
     done
 }
+
+# both_rings CONVERT MEDIA CODEC WRAP_AT: runs "CONVERT MEDIA CODEC NAME
+# [options]" once into a large ring and once into a 16 KiB ring whose write
+# position starts at WRAP_AT, so it wraps early and many times after; the two
+# outputs must be identical. Sets OUT to the first.
+both_rings() {
+    local convert=$1 media=$2 codec=$3 wrap_at=$4 first
+    "$convert" "$media" "$codec" plain
+    first=$OUT
+    "$convert" "$media" "$codec" wrapped --ring-size 16k --wrap-at "$wrap_at"
+    cmp -s "$first" "$OUT" || fail "$media: output through a wrapping ring differs"
+    OUT=$first
+}
+
+# inspect_extract FORMAT FILE DIR: walks FILE strictly as FORMAT and extracts
+# it into DIR; the listing is kept in DIR.txt.
+inspect_extract() {
+    local format=$1 file=$2 dir=$3
+    "$CODECUTIL" inspect "$file" --format "$format" --extract "$dir" >"$dir.txt" 2>"$dir.err" || {
+        cat "$dir.err" >&2
+        fail "codecutil inspect --format $format $file failed"
+    }
+}
+
+# expect_line FILE PATTERN: FILE has a line matching the extended regex.
+expect_line() {
+    grep -Eq "$2" "$1" || fail "$1 has no line matching '$2'"
+}
+
+# expect_count FILE PATTERN N: exactly N lines of FILE match the regex.
+expect_count() {
+    local got
+    got=$(grep -Ec "$2" "$1" || true)
+    [[ $got -eq $3 ]] || fail "$1: $got lines match '$2', expected $3"
+}

@@ -14,33 +14,8 @@ convert_all() {
     OUT=$(report_output "$name.json" 0)
 }
 
-# convert_both_rings MEDIA CODEC: converts once into a large ring and once
-# into a small one that wraps inside the first unit and many times after;
-# the two outputs must be identical. Sets OUT to the first.
-convert_both_rings() {
-    local first
-    convert_all "$1" "$2" plain
-    first=$OUT
-    convert_all "$1" "$2" wrapped --ring-size 16k --wrap-at 16000
-    cmp -s "$first" "$OUT" || fail "$1: output through a wrapping ring differs"
-    OUT=$first
-}
 
-# inspect_extract FORMAT FILE DIR
-# Walks FILE strictly as FORMAT and extracts its frames into DIR; the listing
-# is kept in DIR.txt.
-inspect_extract() {
-    local format=$1 file=$2 dir=$3
-    "$CODECUTIL" inspect "$file" --format "$format" --extract "$dir" >"$dir.txt" 2>"$dir.err" || {
-        cat "$dir.err" >&2
-        fail "codecutil inspect --format $format $file failed"
-    }
-}
 
-# expect_line FILE PATTERN: FILE has a line matching the extended regex.
-expect_line() {
-    grep -Eq "$2" "$1" || fail "$1 has no line matching '$2'"
-}
 
 # same_frames ORIGINAL DECODABLE: decoding DECODABLE gives exactly the frames
 # (per-frame MD5, in order) that decoding ORIGINAL's video stream gives.
@@ -111,3 +86,7 @@ else:
 open(sys.argv[2], "wb").write(data)
 PY
 }
+
+# convert_both_rings MEDIA CODEC: the wrapping ring wraps inside the first
+# unit. Sets OUT.
+convert_both_rings() { both_rings convert_all "$1" "$2" 16000; }
