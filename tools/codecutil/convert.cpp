@@ -352,30 +352,20 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
 
 void write_json(JsonWriter& json, const FileReport& report) {
     json.begin_object();
-    json.key("input");
-    json.value(report.input);
+    json.field("input", report.input);
     json.key("streams");
     json.begin_array();
     for (const StreamReport& r : report.streams) {
         json.begin_object();
-        json.key("index");
-        json.value(static_cast<uint64_t>(r.index));
-        json.key("codec");
-        json.value(r.codec);
-        json.key("output");
-        json.value(r.output);
-        json.key("packets");
-        json.value(r.packets);
-        json.key("converted");
-        json.value(r.converted);
-        json.key("passed_through");
-        json.value(r.passed_through);
-        json.key("dropped");
-        json.value(r.dropped);
-        json.key("bytes_in");
-        json.value(r.bytes_in);
-        json.key("bytes_out");
-        json.value(r.bytes_out);
+        json.field("index", static_cast<uint64_t>(r.index));
+        json.field("codec", r.codec);
+        json.field("output", r.output);
+        json.field("packets", r.packets);
+        json.field("converted", r.converted);
+        json.field("passed_through", r.passed_through);
+        json.field("dropped", r.dropped);
+        json.field("bytes_in", r.bytes_in);
+        json.field("bytes_out", r.bytes_out);
         json.end_object();
     }
     json.end_array();

@@ -20,6 +20,12 @@ public:
     void value(std::string_view text);
     void value(const char* text) { value(std::string_view(text)); }
     void value(uint64_t number);
+    // A key and its value.
+    template <class T>
+    void field(std::string_view name, const T& v) {
+        key(name);
+        value(v);
+    }
 
     [[nodiscard]] const std::string& text() const { return out_; }
 

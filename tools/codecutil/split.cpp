@@ -295,17 +295,13 @@ void print_report(const SplitOptions& opt, const Sink& sink, const std::string& 
         for (const LayerOut& l : sink.layers) {
             json.key(l.name);
             json.begin_object();
-            json.key("units");
-            json.value(l.units);
-            json.key("bytes");
-            json.value(l.bytes);
-            json.key("output");
-            json.value(l.path);
+            json.field("units", l.units);
+            json.field("bytes", l.bytes);
+            json.field("output", l.path);
             json.end_object();
         }
         json.end_object();
-        json.key("units_csv");
-        json.value(csv_path);
+        json.field("units_csv", csv_path);
         json.end_object();
         std::printf("%s\n", json.text().c_str());
         return;
