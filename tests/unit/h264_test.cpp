@@ -111,13 +111,6 @@ TEST(H264, MalformedUnitsAreHandedBack) {
     Zarn_CodecUtil_Destroy(h);
 }
 
-TEST(H264, LengthExactlyToTheEndIsAccepted) {
-    void* h = make(kConfig);
-    TestRing ring;
-    EXPECT_EQ(push(h, ring, {0, 0, 0, 2, 0xAA, 0xBB}).size, kBlob.size() + 6);
-    Zarn_CodecUtil_Destroy(h);
-}
-
 TEST(H264, InactiveConverterHandsUnitsBack) {
     struct Row {
         const char* name;

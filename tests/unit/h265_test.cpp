@@ -150,6 +150,7 @@ TEST(H265, FailedBlobAllocationLeavesNothingBehind) {
         CountingMemory mem;
         mem.fail_at(fail);
         void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_H265, mem.table());
+        EXPECT_EQ(h == nullptr, fail == 1);  // the record itself
         if (h != nullptr) {
             Bytes c = kConfig;
             CodecUtilH264Param_t p{c.data(), static_cast<zarn_uint32>(c.size())};
