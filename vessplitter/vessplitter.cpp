@@ -427,10 +427,14 @@ void final_delivery(ves_splitter* split) {
 }
 
 #if defined(__SSE2__)
-// Bit k set where p[k] is 01, for the 16 bytes at p.
-uint32_t ones_mask(const uint8_t* p) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+// Bit k set where byte k of v is 01.
+uint32_t ones_of(__m128i v) {
     return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(1))));
+}
+
+// The same for the 16 bytes at p.
+uint32_t ones_mask(const uint8_t* p) {
+    return ones_of(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 #endif
 
@@ -480,13 +484,12 @@ OnesSpan append_push(mirror_buffer& ring, const uint8_t* data, int len) {
     constexpr int kFusedMax = 1024;
     if (len >= 16 && len <= kFusedMax) {
         uint8_t* dst = static_cast<uint8_t*>(ring.start) + ring.write;
-        const __m128i one = _mm_set1_epi8(1);
         OnesSpan span{len, len};
         // Copies 16 bytes at `at`; bit k of the result is set where byte k was 01.
         auto copy = [&](int at) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), v);
-            return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, one)));
+            return ones_of(v);
         };
         auto note = [&](int at, uint32_t m) {
             if (m == 0) return;
