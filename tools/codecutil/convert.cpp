@@ -60,6 +60,7 @@ struct ConvertOptions {
     bool json = false;
     bool verbose = false;
     bool help = false;
+    bool allow_warnings = false;
     uint32_t ring_size = kDefaultRingSize;
     uint32_t wrap_at = 0;
 };
@@ -72,6 +73,7 @@ struct StreamReport {
     uint64_t converted = 0;
     uint64_t passed_through = 0;
     uint64_t dropped = 0;
+    uint64_t param_changes = 0;
     uint64_t bytes_in = 0;
     uint64_t bytes_out = 0;
 };
@@ -167,6 +169,30 @@ private:
     bool shown_ = false;
 };
 
+// New codec data in a packet's side data (a mid-stream sequence header, a
+// splice, a second sample description): the stream's extradata becomes the
+// new record and the converter gets it before the packet, so the parameter
+// sets of the new record reach the decoder ahead of the next unit.
+void apply_new_codec_data(StreamJob& job, const AVPacket* pkt, const std::string& input) {
+    size_t size = 0;
+    const uint8_t* data = av_packet_get_side_data(pkt, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (data == nullptr || size == 0 || size > INT32_MAX || job.binding->make_param == nullptr)
+        return;
+    AVCodecParameters* par = job.st->codecpar;
+    auto* copy = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (copy == nullptr) return;
+    std::memcpy(copy, data, size);
+    av_freep(&par->extradata);
+    par->extradata = copy;
+    par->extradata_size = static_cast<int>(size);
+    void* param = job.binding->make_param(job.st, job.param);
+    if (param == nullptr) return;
+    ++job.report.param_changes;
+    if (!Zarn_CodecUtil_SetParam(job.converter, param))
+        std::fprintf(stderr, "codecutil: %s: stream %d (%s): new codec data refused by the converter\n",
+                     input.c_str(), job.report.index, job.report.codec.c_str());
+}
+
 void push_packet(StreamJob& job, const AVPacket* pkt) {
     StreamReport& r = job.report;
     ++r.packets;
@@ -238,19 +264,7 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
                   FileReport& report) {
     report.input = input;
 
-    struct stat info {};
-    if (::stat(input.c_str(), &info) != 0) {
-        report_error("cannot open '" + input + "': " + std::strerror(errno));
-        return false;
-    }
-    if (S_ISDIR(info.st_mode)) {
-        report_error("cannot open '" + input + "': is a directory");
-        return false;
-    }
-    if (::access(input.c_str(), R_OK) != 0) {
-        report_error("cannot open '" + input + "': " + std::strerror(errno));
-        return false;
-    }
+    if (!check_readable(input.c_str(), "input")) return false;
 
     AVFormatContext* fmt = nullptr;
     int err = avformat_open_input(&fmt, input.c_str(), nullptr, nullptr);
@@ -308,8 +322,10 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     AVPacket* pkt = av_packet_alloc();
     while ((err = av_read_frame(fmt, pkt)) >= 0) {
         const auto index = static_cast<unsigned>(pkt->stream_index);
-        if (index < job_of_stream.size() && job_of_stream[index] != nullptr)
+        if (index < job_of_stream.size() && job_of_stream[index] != nullptr) {
+            apply_new_codec_data(*job_of_stream[index], pkt, input);
             push_packet(*job_of_stream[index], pkt);
+        }
         av_packet_unref(pkt);
         progress.update(fmt);
     }
@@ -350,6 +366,20 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     return ok;
 }
 
+// True, after saying so on stderr, when some stream had units and none of
+// them reached the decoder: the output says nothing about that stream.
+bool all_dropped(const FileReport& report) {
+    bool any = false;
+    for (const StreamReport& r : report.streams) {
+        if (r.packets == 0 || r.dropped != r.packets) continue;
+        std::fprintf(stderr, "codecutil: %s: stream %d (%s): all %llu units were dropped\n",
+                     report.input.c_str(), r.index, r.codec.c_str(),
+                     static_cast<unsigned long long>(r.packets));
+        any = true;
+    }
+    return any;
+}
+
 void write_json(JsonWriter& json, const FileReport& report) {
     json.begin_object();
     json.field("input", report.input);
@@ -364,6 +394,7 @@ void write_json(JsonWriter& json, const FileReport& report) {
         json.field("converted", r.converted);
         json.field("passed_through", r.passed_through);
         json.field("dropped", r.dropped);
+        json.field("param_changes", r.param_changes);
         json.field("bytes_in", r.bytes_in);
         json.field("bytes_out", r.bytes_out);
         json.end_object();
@@ -373,7 +404,7 @@ void write_json(JsonWriter& json, const FileReport& report) {
 }
 
 void print_summary(const FileReport& report) {
-    std::printf("%s\n", report.input.c_str());
+    std::fprintf(report_out(), "%s\n", report.input.c_str());
     struct Line {
         int index;
         const StreamReport* converted;
@@ -386,12 +417,12 @@ void print_summary(const FileReport& report) {
               [](const Line& a, const Line& b) { return a.index < b.index; });
     for (const Line& line : lines) {
         if (line.skipped != nullptr) {
-            std::printf("  stream %d  %-6s skipped (%s, no converter)\n", line.index,
+            std::fprintf(report_out(), "  stream %d  %-6s skipped (%s, no converter)\n", line.index,
                         line.skipped->codec.c_str(), line.skipped->media.c_str());
             continue;
         }
         const StreamReport& r = *line.converted;
-        std::printf(
+        std::fprintf(report_out(),
             "  stream %d  %-6s %llu packets: %llu converted, %llu passed through, "
             "%llu dropped; %llu -> %llu bytes -> %s\n",
             r.index, r.codec.c_str(), static_cast<unsigned long long>(r.packets),
@@ -412,8 +443,9 @@ void configure_logging(bool verbose) {
 }
 
 void print_help() {
-    std::printf(
+    std::fprintf(report_out(),
         "usage: codecutil convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]\n"
+        "                         [--allow-warnings]\n"
         "\n"
         "Feeds every stream of INPUT that has a converter through the library into a\n"
         "simulated decoder ring and writes what the decoder would receive to\n"
@@ -426,7 +458,12 @@ void print_help() {
         "  --ring-size N      ring capacity in bytes, suffix k or M allowed (default 8M)\n"
         "  --wrap-at N        initial write position in the ring, so that units\n"
         "                     straddling its end take the two-piece path (default 0)\n"
-        "  -v, --verbose      show the converter library's and libavformat's warnings\n",
+        "  -v, --verbose      show the converter library's and libavformat's warnings\n"
+        "  --allow-warnings   exit 0 even when every unit of a stream was dropped\n"
+        "\n"
+        "Exit status: 0 done; 1 an input could not be converted; 2 usage error or an\n"
+        "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size)\n"
+        "and --allow-warnings was not given.\n",
         kDefaultOutputDir);
 }
 
@@ -454,6 +491,8 @@ int parse_options(int argc, char** argv, ConvertOptions& opt) {
             opt.json = true;
         } else if (arg == "-v" || arg == "--verbose") {
             opt.verbose = true;
+        } else if (arg == "--allow-warnings") {
+            opt.allow_warnings = true;
         } else if (take_option(argc, argv, i, "-o", value) ||
                    take_option(argc, argv, i, "--output", value)) {
             if (value == nullptr || *value == '\0') {
@@ -529,23 +568,26 @@ int run_convert(int argc, char** argv) {
 
     const fs::path out_dir = opt.out_dir;
     if (opt.input != nullptr) {
+        if (!check_readable(opt.input, "input")) return kExitUsage;
         FileReport report;
         const bool ok = convert_file(opt.input, out_dir, opt, report);
         if (report.has_counts) {
             if (opt.json) {
                 JsonWriter json;
                 write_json(json, report);
-                std::printf("%s\n", json.text().c_str());
+                std::fprintf(report_out(), "%s\n", json.text().c_str());
             } else {
                 print_summary(report);
             }
         }
-        return ok ? kExitOk : kExitFailure;
+        if (!ok) return kExitFailure;
+        return all_dropped(report) && !opt.allow_warnings ? kExitProblems : kExitOk;
     }
 
     std::vector<fs::path> samples;
     if (!list_samples(CODECUTIL_SAMPLES_DIR, samples)) return kExitFailure;
     int status = kExitOk;
+    bool problems = false;
     JsonWriter json;
     json.begin_object();
     json.key("inputs");
@@ -555,6 +597,7 @@ int run_convert(int argc, char** argv) {
         if (!convert_file(sample.string(), out_dir / sample.stem(), opt, report))
             status = kExitFailure;
         if (!report.has_counts) continue;
+        problems = problems || all_dropped(report);
         if (opt.json) {
             write_json(json, report);
         } else {
@@ -563,7 +606,8 @@ int run_convert(int argc, char** argv) {
     }
     json.end_array();
     json.end_object();
-    if (opt.json) std::printf("%s\n", json.text().c_str());
+    if (opt.json) std::fprintf(report_out(), "%s\n", json.text().c_str());
+    if (status == kExitOk && problems && !opt.allow_warnings) return kExitProblems;
     return status;
 }
 

@@ -53,7 +53,7 @@ bool read_file(const char* path, std::vector<uint8_t>& data) {
 }
 
 void print_help() {
-    std::printf(
+    std::fprintf(report_out(),
         "usage: codecutil inspect FILE --format NAME [--extract DIR]\n"
         "\n"
         "Checks FILE strictly as a stream in format NAME and lists its frames or\n"
@@ -123,8 +123,8 @@ int run_inspect(int argc, char** argv) {
             return kExitFailure;
         }
     }
-    const int status = f->run(data.data(), data.size(), extract_dir, stdout, stderr);
-    std::fflush(stdout);
+    const int status = f->run(data.data(), data.size(), extract_dir, report_out(), stderr);
+    std::fflush(report_out());
     return status == 0 ? kExitOk : kExitFailure;
 }
 

@@ -3,6 +3,10 @@
 //             matches through the library into simulated decoder rings
 //   inspect   check and list a byte stream in one of the decoder's formats
 //   split     separate the layers of a dual-layer stream through the splitter
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -73,6 +77,24 @@ bool parse_byte_count(const char* text, uint64_t max, uint64_t& out) {
     return true;
 }
 
+namespace {
+std::FILE* g_report = stdout;
+}  // namespace
+
+std::FILE* report_out() { return g_report; }
+
+bool check_readable(const char* path, const char* what) {
+    struct stat info {};
+    const char* reason = nullptr;
+    if (::stat(path, &info) != 0 || ::access(path, R_OK) != 0)
+        reason = std::strerror(errno);
+    else if (S_ISDIR(info.st_mode))
+        reason = "is a directory";
+    if (reason == nullptr) return true;
+    report_error(std::string("cannot open ") + what + " '" + path + "': " + reason);
+    return false;
+}
+
 void report_error(const std::string& message) {
     std::fprintf(stderr, "codecutil: %s\n", message.c_str());
 }
@@ -81,6 +103,12 @@ void report_error(const std::string& message) {
 
 int main(int argc, char** argv) {
     using namespace codecutil_tool;
+    if (const int fd = ::dup(STDOUT_FILENO); fd >= 0) {
+        if (std::FILE* real = ::fdopen(fd, "w"); real != nullptr) {
+            g_report = real;
+            ::dup2(STDERR_FILENO, STDOUT_FILENO);
+        }
+    }
     if (argc < 2) {
         print_usage(stderr);
         return kExitUsage;
@@ -88,11 +116,11 @@ int main(int argc, char** argv) {
     const char* name = argv[1];
     if (std::strcmp(name, "-h") == 0 || std::strcmp(name, "--help") == 0 ||
         std::strcmp(name, "help") == 0) {
-        print_usage(stdout);
+        print_usage(report_out());
         return kExitOk;
     }
     if (std::strcmp(name, "--version") == 0) {
-        std::printf("codecutil %s\n", CODECUTIL_VERSION);
+        std::fprintf(report_out(), "codecutil %s\n", CODECUTIL_VERSION);
         return kExitOk;
     }
     for (const Command& c : kCommands) {

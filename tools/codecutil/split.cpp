@@ -40,6 +40,7 @@ struct SplitOptions {
     bool json = false;
     bool ts = false;
     bool help = false;
+    bool allow_warnings = false;
     const char* pts_csv = nullptr;
     const char* codec_data = nullptr;
 };
@@ -80,7 +81,7 @@ int on_output(void* param, ves_type type, void* data, int len, uint64_t pts) {
 }
 
 void print_help() {
-    std::printf(
+    std::fprintf(report_out(),
         "usage: codecutil split INPUT --codec avc|hevc [-o DIR] [--json] [--ts]\n"
         "                       [--pts FILE.csv] [--codec-data FILE]\n"
         "\n"
@@ -95,7 +96,12 @@ void print_help() {
         "  --pts FILE.csv     push pieces given by rows \"offset,pts\" (pts in ns);\n"
         "                     without it, 64 KiB pieces with pts 0\n"
         "  --codec-data FILE  a decoder configuration record: the input is then\n"
-        "                     length-prefixed, and each piece must hold whole units\n",
+        "                     length-prefixed, and each piece must hold whole units\n"
+        "  --allow-warnings   exit 0 even when no enhancement layer was found\n"
+        "\n"
+        "Exit status: 0 done; 1 the input could not be split; 2 usage error or an\n"
+        "unreadable path; 3 no enhancement-layer unit was found (wrong --codec, or a\n"
+        "single-layer stream) and --allow-warnings was not given.\n",
         kDefaultOutputDir);
 }
 
@@ -115,6 +121,8 @@ int parse_options(int argc, char** argv, SplitOptions& opt) {
             opt.json = true;
         } else if (arg == "--ts") {
             opt.ts = true;
+        } else if (arg == "--allow-warnings") {
+            opt.allow_warnings = true;
         } else if (take_option(argc, argv, i, "--codec", value)) {
             const std::string c = value != nullptr ? value : "";
             if (c == "avc" || c == "h264") {
@@ -204,6 +212,11 @@ bool read_pieces(const char* path, uint64_t input_size, std::vector<Piece>& piec
             if (number == 1) continue;  // header
             report_error(std::string(path) + ":" + std::to_string(number) + ": expected \"offset,pts\", got '" +
                          line + "'");
+            return false;
+        }
+        if (pieces.empty() && p.offset != 0) {
+            report_error(std::string(path) + ":" + std::to_string(number) + ": the first offset is " +
+                         std::to_string(p.offset) + ", not 0: the bytes before it would never be pushed");
             return false;
         }
         if (p.offset >= input_size || (!pieces.empty() && p.offset <= pieces.back().offset)) {
@@ -303,12 +316,12 @@ void print_report(const SplitOptions& opt, const Sink& sink, const std::string& 
         json.end_object();
         json.field("units_csv", csv_path);
         json.end_object();
-        std::printf("%s\n", json.text().c_str());
+        std::fprintf(report_out(), "%s\n", json.text().c_str());
         return;
     }
     for (const LayerOut& l : sink.layers)
-        std::printf("%s: %" PRIu64 " units, %" PRIu64 " bytes -> %s\n", l.name, l.units, l.bytes, l.path.c_str());
-    std::printf("units: %s\n", csv_path.c_str());
+        std::fprintf(report_out(), "%s: %" PRIu64 " units, %" PRIu64 " bytes -> %s\n", l.name, l.units, l.bytes, l.path.c_str());
+    std::fprintf(report_out(), "units: %s\n", csv_path.c_str());
 }
 
 }  // namespace
@@ -320,6 +333,10 @@ int run_split(int argc, char** argv) {
         print_help();
         return kExitOk;
     }
+    if (!check_readable(opt.input, "input") ||
+        (opt.pts_csv != nullptr && !check_readable(opt.pts_csv, "pts file")) ||
+        (opt.codec_data != nullptr && !check_readable(opt.codec_data, "codec data")))
+        return kExitUsage;
     std::vector<uint8_t> data;
     if (!read_file(opt.input, "input", data)) return kExitFailure;
     if (data.size() > kMaxInput) {
@@ -371,6 +388,13 @@ int run_split(int argc, char** argv) {
     }
     if (!ok) return kExitFailure;
     print_report(opt, sink, csv_path);
+    if (sink.layers[1].units == 0) {
+        report_error(std::string("split: '") + opt.input + "': no enhancement-layer unit found (" +
+                     std::to_string(sink.layers[0].units) + " base-layer units, " +
+                     std::to_string(sink.layers[2].units) +
+                     " metadata units; is --codec right and is the stream dual-layer?)");
+        if (!opt.allow_warnings) return kExitProblems;
+    }
     return kExitOk;
 }
 
