@@ -18,8 +18,8 @@ import os
 import sys
 
 STREAM_KEYS = ["index", "codec", "output", "packets", "converted", "passed_through",
-               "dropped", "bytes_in", "bytes_out"]
-COUNT_KEYS = ["index", "packets", "converted", "passed_through", "dropped", "bytes_in",
+               "dropped", "param_changes", "bytes_in", "bytes_out"]
+COUNT_KEYS = ["index", "packets", "converted", "passed_through", "dropped", "param_changes", "bytes_in",
               "bytes_out"]
 
 

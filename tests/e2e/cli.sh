@@ -4,13 +4,15 @@
 # errors exit 2.
 source "$(dirname "$0")/lib.bash"
 
-# --- inputs that cannot be converted: exit 1, nothing on stdout, one line
-# on stderr naming the input.
+# --- inputs that cannot be converted: exit 2 for a path that cannot be read,
+# 1 for one libavformat cannot read; nothing on stdout, one line on stderr
+# naming the input.
 printf 'This is not a media file.\nIt has two lines of text.\n' >notes
 : >empty.bin
 mkdir -p folder.mp4
-for input in missing.mp4 notes empty.bin folder.mp4; do
-    expect_exit 1 out.txt err.txt "$CODECUTIL" convert "$input" --json
+for row in 2:missing.mp4 1:notes 1:empty.bin 2:folder.mp4; do
+    input=${row#*:}
+    expect_exit "${row%%:*}" out.txt err.txt "$CODECUTIL" convert "$input" --json
     [[ ! -s out.txt ]] || fail "$input: stdout should be empty, got: $(cat out.txt)"
     [[ $(wc -l <err.txt) -eq 1 ]] || fail "$input: expected one stderr line, got: $(cat err.txt)"
     grep -qF "$input" err.txt || fail "$input: the error does not name the input: $(cat err.txt)"

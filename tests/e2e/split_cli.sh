@@ -1,5 +1,6 @@
-# Command-line errors of `codecutil split`: usage errors exit 2, bad input
-# exits 1 with one line on stderr.
+# Command-line errors of `codecutil split`: usage errors and unreadable paths
+# exit 2, bad input exits 1 with one line on stderr, a run without an
+# enhancement layer exits 3 unless --allow-warnings.
 source "$(dirname "$0")/lib.bash"
 
 printf '\x00\x00\x00\x01\x09\xf0\x00\x00\x00\x01\x41\x9a' >tiny.bin
@@ -10,8 +11,16 @@ expect_exit 2 out.txt err.txt "$CODECUTIL" split --codec avc
 expect_exit 2 out.txt err.txt "$CODECUTIL" split tiny.bin --codec avc --bogus
 expect_exit 0 out.txt err.txt "$CODECUTIL" split --help
 
-expect_exit 1 out.txt err.txt "$CODECUTIL" split missing.bin --codec avc
-grep -q "missing.bin" err.txt || fail "the error does not name the input: $(cat err.txt)"
+mkdir -p folder
+for args in "missing.bin" "folder" "tiny.bin --codec-data folder" "tiny.bin --pts folder" \
+    "tiny.bin --pts missing.csv"; do
+    # shellcheck disable=SC2086
+    expect_exit 2 out.txt err.txt "$CODECUTIL" split $args --codec avc
+    grep -q "cannot open .*'\(missing\|folder\)" err.txt || fail "$args: unclear error: $(cat err.txt)"
+done
+printf '4,5\n8,7\n' >late.csv
+expect_exit 1 out.txt err.txt "$CODECUTIL" split tiny.bin --codec avc --pts late.csv
+grep -q "late.csv:1: the first offset is 4" err.txt || fail "late start not reported: $(cat err.txt)"
 
 printf 'offset,pts\n0,5\nx,7\n' >bad.csv
 expect_exit 1 out.txt err.txt "$CODECUTIL" split tiny.bin --codec avc --pts bad.csv
@@ -28,7 +37,9 @@ grep -q "decoder configuration record" err.txt || fail "bad record not reported:
 # A good run: two pushes with their time stamps (the second cuts the slice's
 # start code, so the AUD ends inside the first), then the final push.
 printf '0,100\n8,200\n' >ok.csv
-expect_exit 0 out.json err.txt "$CODECUTIL" split tiny.bin --codec avc --pts ok.csv -o ok --json
+expect_exit 3 out.json err.txt "$CODECUTIL" split tiny.bin --codec avc --pts ok.csv -o ok --json
+grep -q "no enhancement-layer unit found (2 base-layer units" err.txt || fail "no EL not reported: $(cat err.txt)"
+expect_exit 0 out.json err.txt "$CODECUTIL" split tiny.bin --codec avc --pts ok.csv -o ok --json --allow-warnings
 python3 - out.json <<'PY' || fail "report: $(cat out.json)"
 import json, sys
 r = json.load(open(sys.argv[1]))

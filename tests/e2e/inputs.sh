@@ -1,0 +1,43 @@
+# `codecutil convert` on the streams a player meets: H.264/H.265 without a
+# decoder configuration record (MPEG-TS, AVI, raw) pass through unchanged and
+# decode as the source does; a spliced FLV whose second half changes
+# resolution decodes frame for frame like its own packets, so the new
+# parameter sets reached the decoder; a ring too small for any unit is a
+# problem (exit 3), not a success.
+source "$(dirname "$0")/lib.bash"
+
+x265_quiet=(-x265-params log-level=error)
+make_media avc.ts -c:v libx264
+make_media avc.avi -c:v libx264
+make_media avc.h264 -c:v libx264
+make_media hevc.ts -c:v libx265 "${x265_quiet[@]}"
+make_media hevc.h265 -c:v libx265 "${x265_quiet[@]}"
+
+# The splice: two FLV files of different sizes, the second's file header cut,
+# so the demuxer meets a second sequence header mid-stream.
+make_media half1.flv -c:v libx264
+E2E_SIZE=320x240 make_media half2.flv -c:v libx264 -output_ts_offset 1.2
+{ cat half1.flv; tail -c +14 half2.flv; } >spliced.flv
+
+# input  exit  options (- for none)  expectation on stream 0
+while read -r input status options expect; do
+    [[ $options == - ]] && options=
+    out=out_${input//./_}
+    # shellcheck disable=SC2086
+    expect_exit "$status" report.json err.txt "$CODECUTIL" convert "$input" --json -o "$out" $options
+    check_report report.json --input "$input" --streams 1 --expect "0:$expect"
+    [[ $status -ne 0 ]] && continue
+    output=$(report_output report.json 0)
+    compare_frames "$input" "$output"
+done <<'ROWS'
+avc.ts      0 -             h264:passed_through == packets == 30 and bytes_out == bytes_in
+avc.avi     0 -             h264:passed_through == packets == 30
+avc.h264    0 -             h264:passed_through == packets == 30
+hevc.ts     0 -             h265:passed_through == packets == 30
+hevc.h265   0 -             h265:passed_through == packets == 30
+spliced.flv 0 -             h264:converted == packets == 60 and param_changes == 1
+avc.ts      3 --ring-size=1 h264:dropped == packets and bytes_out == 0
+ROWS
+grep -q "all 30 units were dropped" err.txt || fail "dropped units not reported: $(cat err.txt)"
+expect_exit 0 report.json err.txt "$CODECUTIL" convert avc.ts --json -o r1 --ring-size=1 --allow-warnings
+echo "ok: inputs"
