@@ -52,7 +52,13 @@ expect_fault adts rate13.aac "^adts: offset $f1: reserved sampling_frequency_ind
 # Byte 3 of frame 2: channel configuration 1 instead of 2, length kept.
 byte3=$(od -An -tx1 -j $((f2 + 3)) -N1 "$adts" | tr -d ' ')
 patch "$adts" channels.aac $((f2 + 3)) "$(printf %02x $(((0x$byte3 & 0x3F) | 0x40)))"
-expect_fault adts channels.aac "^adts: offset $f2: fixed header changed"
+# A configuration change is listed and the frames go on; only extraction,
+# which writes one configuration, refuses it.
+"$CODECUTIL" inspect channels.aac --format adts >changed.txt || fail "a header change was refused"
+grep -q "^change offset $f2 fixed header" changed.txt || fail "header change not listed: $(cat changed.txt)"
+grep -q "^frames $PACKETS " changed.txt || fail "listing stopped at the change: $(tail -1 changed.txt)"
+expect_exit 1 fault.out fault.err "$CODECUTIL" inspect channels.aac --format adts --extract x
+grep -q "^adts: offset $f2: fixed header changed" fault.err || fail "extraction: $(cat fault.err)"
 # Frame 0 claims 6 bytes.
 patch "$adts" tiny.aac 3 80000000
 expect_fault adts tiny.aac "^adts: offset 0: aac_frame_length [0-9]+ is shorter than its 7-byte header$"

@@ -124,9 +124,17 @@ int run_adts(const uint8_t* data, size_t size, const char* extract_dir, FILE* ou
         if (frames == 0) {
             std::memcpy(fixed, this_fixed, sizeof fixed);
         } else if (std::memcmp(fixed, this_fixed, sizeof fixed) != 0) {
-            return faults.at(at, "fixed header changed: %02X %02X %02X, first frame %02X %02X %02X",
-                             this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1],
-                             fixed[2]);
+            // A new configuration after a codec-data change is legitimate;
+            // extraction writes one AudioSpecificConfig, so it cannot follow.
+            if (extract_dir != nullptr)
+                return faults.at(at, "fixed header changed: %02X %02X %02X, before %02X %02X %02X: "
+                                 "cannot extract two configurations into one stream",
+                                 this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1],
+                                 fixed[2]);
+            std::fprintf(out, "change offset %zu fixed header %02X %02X %02X, before %02X %02X %02X\n",
+                         at, this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1],
+                         fixed[2]);
+            std::memcpy(fixed, this_fixed, sizeof fixed);
         }
         if (extract_dir != nullptr && blocks != 0)
             return faults.at(at, "%u raw data blocks in one frame: cannot extract them apart",
