@@ -273,11 +273,24 @@ bool close_outputs(Sink& sink) {
     return ok;
 }
 
-// Runs the pushes; false after reporting the first failure.
-bool push_all(void* splitter, std::vector<uint8_t>& data, const std::vector<Piece>& pieces, const Sink& sink) {
+// Runs the pushes, reading each piece from `in` as it goes, so memory holds
+// one piece and not the input; false after reporting the first failure.
+bool push_all(void* splitter, std::FILE* in, uint64_t size, const std::vector<Piece>& pieces,
+              const Sink& sink) {
+    std::vector<uint8_t> piece;
     auto push = [&](uint64_t begin, uint64_t end, uint64_t pts) {
-        void* at = end > begin ? data.data() + begin : nullptr;
-        const int r = ves_split_push(splitter, at, static_cast<int>(end - begin), pts);
+        if (end - begin > kMaxInput) {
+            report_error("split: piece at " + std::to_string(begin) + " is larger than 2 GiB");
+            return false;
+        }
+        piece.resize(end - begin);
+        if (!piece.empty() && std::fread(piece.data(), 1, piece.size(), in) != piece.size()) {
+            report_error("split: the input ended or failed at byte " + std::to_string(begin) +
+                         " of " + std::to_string(size));
+            return false;
+        }
+        void* at = piece.empty() ? nullptr : piece.data();
+        const int r = ves_split_push(splitter, at, static_cast<int>(piece.size()), pts);
         if (r == 0) return true;
         if (sink.write_failed)
             report_error("split: cannot write the output");
@@ -286,7 +299,6 @@ bool push_all(void* splitter, std::vector<uint8_t>& data, const std::vector<Piec
                          " failed with " + std::to_string(r));
         return false;
     };
-    const uint64_t size = data.size();
     if (pieces.empty()) {
         for (uint64_t at = 0; at < size; at += kChunk)
             if (!push(at, std::min<uint64_t>(at + kChunk, size), 0)) return false;
@@ -337,14 +349,23 @@ int run_split(int argc, char** argv) {
         (opt.pts_csv != nullptr && !check_readable(opt.pts_csv, "pts file")) ||
         (opt.codec_data != nullptr && !check_readable(opt.codec_data, "codec data")))
         return kExitUsage;
-    std::vector<uint8_t> data;
-    if (!read_file(opt.input, "input", data)) return kExitFailure;
-    if (data.size() > kMaxInput) {
-        report_error(std::string("input '") + opt.input + "' is larger than 2 GiB");
+    std::FILE* in = std::fopen(opt.input, "rb");
+    if (in == nullptr) {
+        report_error(std::string("cannot open input '") + opt.input + "': " + std::strerror(errno));
+        return kExitUsage;
+    }
+    struct Closer {
+        std::FILE* f;
+        ~Closer() { std::fclose(f); }
+    } closer{in};
+    std::error_code size_ec;
+    const uint64_t size = fs::file_size(opt.input, size_ec);
+    if (size_ec) {
+        report_error(std::string("cannot read input '") + opt.input + "': " + size_ec.message());
         return kExitFailure;
     }
     std::vector<Piece> pieces;
-    if (opt.pts_csv != nullptr && !read_pieces(opt.pts_csv, data.size(), pieces)) return kExitFailure;
+    if (opt.pts_csv != nullptr && !read_pieces(opt.pts_csv, size, pieces)) return kExitFailure;
     std::vector<uint8_t> record;
     if (opt.codec_data != nullptr) {
         if (!read_file(opt.codec_data, "codec data", record)) return kExitFailure;
@@ -378,7 +399,7 @@ int run_split(int argc, char** argv) {
                      "' is not a valid decoder configuration record");
         ok = false;
     }
-    if (ok) ok = push_all(splitter, data, pieces, sink);
+    if (ok) ok = push_all(splitter, in, size, pieces, sink);
     // Free closes a debug file other than standard output: not stderr.
     if (own_debug_file) edr_debug_file = stdout;
     ves_split_free(splitter);
