@@ -3,9 +3,10 @@
 Always: stdout held exactly one JSON object; its keys are input and streams;
 each stream has exactly the documented keys with integer counts;
 converted + passed_through + dropped == packets; bytes_out is the size of the
-output file.
+output file, or with --failed (a run that exited non-zero) no output file
+exists, not even a partial one.
 
-    check_report.py REPORT [--input PATH] [--streams N]
+    check_report.py REPORT [--input PATH] [--streams N] [--failed]
                     [--expect INDEX:CODEC:PYTHON_EXPR]...
 
 --expect requires stream INDEX to be listed with codec CODEC and the
@@ -19,8 +20,8 @@ import sys
 
 STREAM_KEYS = ["index", "codec", "output", "packets", "converted", "passed_through",
                "dropped", "param_changes", "bytes_in", "bytes_out"]
-COUNT_KEYS = ["index", "packets", "converted", "passed_through", "dropped", "param_changes", "bytes_in",
-              "bytes_out"]
+COUNT_KEYS = ["index", "packets", "converted", "passed_through", "dropped", "param_changes",
+              "bytes_in", "bytes_out"]
 
 
 def main():
@@ -29,6 +30,7 @@ def main():
     ap.add_argument("--input")
     ap.add_argument("--streams", type=int)
     ap.add_argument("--expect", action="append", default=[])
+    ap.add_argument("--failed", action="store_true")
     args = ap.parse_args()
 
     text = open(args.report).read()
@@ -61,7 +63,10 @@ def main():
         if s["converted"] + s["passed_through"] + s["dropped"] != s["packets"]:
             errors.append("%s: converted %d + passed_through %d + dropped %d != packets %d"
                           % (tag, s["converted"], s["passed_through"], s["dropped"], s["packets"]))
-        if not os.path.isfile(s["output"]):
+        if args.failed:
+            if os.path.exists(s["output"]):
+                errors.append("%s: a failed run left %s" % (tag, s["output"]))
+        elif not os.path.isfile(s["output"]):
             errors.append("%s: output %s does not exist" % (tag, s["output"]))
         elif os.path.getsize(s["output"]) != s["bytes_out"]:
             errors.append("%s: bytes_out %d but %s has %d bytes"

@@ -3,7 +3,7 @@
 # decode as the source does; a spliced FLV whose second half changes
 # resolution decodes frame for frame like its own packets, so the new
 # parameter sets reached the decoder; a ring too small for any unit is a
-# problem (exit 3), not a success.
+# problem (exit 3), not a success, and leaves no output file behind.
 source "$(dirname "$0")/lib.bash"
 
 x265_quiet=(-x265-params log-level=error)
@@ -22,11 +22,16 @@ E2E_SIZE=320x240 make_media half2.flv -c:v libx264 -output_ts_offset 1.2
 # input  exit  options (- for none)  expectation on stream 0
 while read -r input status options expect; do
     [[ $options == - ]] && options=
-    out=out_${input//./_}
+    out=out_${input//./_}_$status
     # shellcheck disable=SC2086
     expect_exit "$status" report.json err.txt "$CODECUTIL" convert "$input" --json -o "$out" $options
-    check_report report.json --input "$input" --streams 1 --expect "0:$expect"
-    [[ $status -ne 0 ]] && continue
+    failed=()
+    [[ $status -ne 0 ]] && failed=(--failed)
+    check_report report.json --input "$input" --streams 1 --expect "0:$expect" "${failed[@]}"
+    if [[ $status -ne 0 ]]; then
+        [[ -z $(ls -A "$out") ]] || fail "$input: a failed run left files: $(ls -A "$out")"
+        continue
+    fi
     output=$(report_output report.json 0)
     compare_frames "$input" "$output"
 done <<'ROWS'

@@ -37,6 +37,7 @@ extern "C" {
 #include "commands.h"
 #include "json_writer.h"
 #include "output_ring.h"
+#include "run_output.h"
 #include "zarn_codec_util.h"
 #include "zarn_debug.h"
 
@@ -360,7 +361,7 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
         }
         struct stat out_info {};
         r.bytes_out =
-            ::stat(r.output.c_str(), &out_info) == 0 ? static_cast<uint64_t>(out_info.st_size) : 0;
+            ::stat(staged_path(r.output).c_str(), &out_info) == 0 ? static_cast<uint64_t>(out_info.st_size) : 0;
         report.streams.push_back(r);
     }
     return ok;

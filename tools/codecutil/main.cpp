@@ -13,6 +13,7 @@
 #include <string>
 
 #include "commands.h"
+#include "run_output.h"
 
 namespace codecutil_tool {
 namespace {
@@ -109,6 +110,7 @@ int main(int argc, char** argv) {
             ::dup2(STDERR_FILENO, STDOUT_FILENO);
         }
     }
+    remove_outputs_on_signal();
     if (argc < 2) {
         print_usage(stderr);
         return kExitUsage;
@@ -124,7 +126,7 @@ int main(int argc, char** argv) {
         return kExitOk;
     }
     for (const Command& c : kCommands) {
-        if (std::strcmp(name, c.name) == 0) return c.run(argc - 1, argv + 1);
+        if (std::strcmp(name, c.name) == 0) return finish_outputs(c.run(argc - 1, argv + 1));
     }
     report_error(std::string("unknown command '") + name + "' (try 'codecutil --help')");
     return kExitUsage;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "run_output.h"
 #include "zarn_codec_util_port.h"
 #include "zhal_avstream.h"
 
@@ -16,7 +17,7 @@ OutputRing::~OutputRing() {
 bool OutputRing::open(const std::string& path, uint32_t capacity, uint32_t write_pos,
                       std::string& error) {
     path_ = path;
-    file_ = std::fopen(path.c_str(), "wb");
+    file_ = std::fopen(stage_output(path).c_str(), "wb");
     if (file_ == nullptr) {
         error = "cannot create '" + path + "': " + std::strerror(errno);
         return false;

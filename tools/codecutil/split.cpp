@@ -21,6 +21,7 @@
 
 #include "commands.h"
 #include "json_writer.h"
+#include "run_output.h"
 #include "vessplitter.h"
 
 namespace codecutil_tool {
@@ -247,13 +248,13 @@ bool open_outputs(const fs::path& dir, int codec, Sink& sink, std::string& csv_p
     sink.layers[2].path = (dir / "md.bin").string();
     csv_path = (dir / "units.csv").string();
     for (LayerOut& l : sink.layers) {
-        l.file = std::fopen(l.path.c_str(), "wb");
+        l.file = std::fopen(stage_output(l.path).c_str(), "wb");
         if (l.file == nullptr) {
             report_error("cannot write '" + l.path + "': " + std::strerror(errno));
             return false;
         }
     }
-    sink.csv = std::fopen(csv_path.c_str(), "w");
+    sink.csv = std::fopen(stage_output(csv_path).c_str(), "w");
     if (sink.csv == nullptr) {
         report_error("cannot write '" + csv_path + "': " + std::strerror(errno));
         return false;
