@@ -464,7 +464,8 @@ void print_help() {
         "\n"
         "Exit status: 0 done; 1 an input could not be converted; 2 usage error or an\n"
         "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size)\n"
-        "and --allow-warnings was not given.\n",
+        "and --allow-warnings was not given; 130 interrupted. Output files appear only\n"
+        "on exit 0.\n",
         kDefaultOutputDir);
 }
 

@@ -102,7 +102,8 @@ void print_help() {
         "\n"
         "Exit status: 0 done; 1 the input could not be split; 2 usage error or an\n"
         "unreadable path; 3 no enhancement-layer unit was found (wrong --codec, or a\n"
-        "single-layer stream) and --allow-warnings was not given.\n",
+        "single-layer stream) and --allow-warnings was not given; 130 interrupted.\n"
+        "Output files appear only on exit 0.\n",
         kDefaultOutputDir);
 }
 
