@@ -105,6 +105,29 @@ PY
     [[ $(ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 ts/el.$ext) == "$SPLIT_FRAMES" ]] ||
         fail "ts/el.$ext does not decode to $SPLIT_FRAMES pictures"
 
+    # Straight from containers, codec detected: MPEG-TS PES payloads give the
+    # layers of the raw split; MP4 hands the splitter a decoder configuration
+    # record and length-prefixed units, and every layer still arrives. The
+    # other codec's --codec is a mismatch: exit 3, no file left.
+    local demuxer=hevc other=avc
+    [[ $codec == avc ]] && demuxer=h264 other=hevc
+    for c in ts mp4; do
+        ffmpeg -nostdin -hide_banner -loglevel error -y -r "$SPLIT_FPS" -f "$demuxer" -i dual.bin \
+            -c copy "dual.$c" || fail "ffmpeg could not mux dual.$c"
+    done
+    expect_exit 0 out.txt err.txt "$CODECUTIL" split dual.ts -o fromts
+    same_file fromts/bl.$ext bl.$ext
+    same_file fromts/el.$ext el.$ext
+    same_file fromts/md.bin ts/md.bin
+    expect_exit 0 mp4.json err.txt "$CODECUTIL" split dual.mp4 -o frommp4 --json
+    python3 - mp4.json "$SPLIT_FRAMES" <<'PY' || fail "mp4.json: $(cat mp4.json)"
+import json, sys
+r, frames = json.load(open(sys.argv[1]))["layers"], int(sys.argv[2])
+assert r["MD"]["units"] == frames and r["BL"]["units"] >= frames and r["EL"]["units"] >= frames, r
+PY
+    expect_exit 3 out.txt err.txt "$CODECUTIL" split dual.mp4 --codec "$other" -o wrong
+    [[ -z $(ls -A wrong 2>/dev/null) ]] || fail "a mismatched split left files: $(ls -A wrong)"
+
     # Without delimiters every unit is delivered by itself.
     expect_exit 0 out.txt err.txt "$CODECUTIL" split dual.bin --codec "$codec" --pts dual.csv -o units
     same_file units/bl.$ext bl.$ext

@@ -28,7 +28,7 @@ constexpr Command kCommands[] = {
     {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]",
      run_convert},
     {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
-    {"split", "split INPUT --codec avc|hevc [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
+    {"split", "split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
      run_split},
 };
 

@@ -1,7 +1,9 @@
-// `codecutil split INPUT --codec avc|hevc [-o DIR] [--json] [--ts] [--pts FILE.csv]
-//                  [--codec-data FILE]`
+// `codecutil split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts] [--pts FILE.csv]
+//                  [--codec-data FILE] [--allow-warnings]`
 //
-// Pushes a dual-layer stream through the splitter the way a transport-stream
+// A container INPUT (MP4, MKV, MPEG-TS) is demuxed with libavformat and its
+// first H.264/H.265 track pushed packet by packet (split_container). A raw
+// stream is pushed through the splitter the way a transport-stream
 // demultiplexer would: in the pieces and with the time stamps of FILE.csv
 // (rows "offset,pts", pts in nanoseconds; each row's bytes run to the next
 // row's offset, the last to the end of the file), or in 64 KiB pieces with
@@ -14,10 +16,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 #include "commands.h"
 #include "json_writer.h"
@@ -83,14 +90,17 @@ int on_output(void* param, ves_type type, void* data, int len, uint64_t pts) {
 
 void print_help() {
     std::fprintf(report_out(),
-        "usage: codecutil split INPUT --codec avc|hevc [-o DIR] [--json] [--ts]\n"
-        "                       [--pts FILE.csv] [--codec-data FILE]\n"
+        "usage: codecutil split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts]\n"
+        "                       [--pts FILE.csv] [--codec-data FILE] [--allow-warnings]\n"
         "\n"
         "Splits a dual-layer stream (enhancement-layer units behind 7E 01, metadata\n"
         "behind 7C 01) into DIR/bl.<h264|h265>, DIR/el.<h264|h265> and DIR/md.bin,\n"
         "and lists every delivery in DIR/units.csv (type,len,pts).\n"
         "\n"
-        "  --codec avc|hevc   the stream's codec (required)\n"
+        "INPUT may be an MP4, MKV or MPEG-TS file: its first H.264/H.265 track is\n"
+        "split, the codec taken from the container; otherwise it is a raw stream.\n"
+        "\n"
+        "  --codec avc|hevc   the stream's codec (required for a raw stream)\n"
         "  -o, --output DIR   output folder (default %s)\n"
         "  --json             print the counts as one JSON object\n"
         "  --ts               access units are delimited by access-unit delimiters\n"
@@ -161,10 +171,6 @@ int parse_options(int argc, char** argv, SplitOptions& opt) {
     if (opt.help) return kExitOk;
     if (opt.input == nullptr) {
         report_error("split: no INPUT (try 'codecutil split --help')");
-        return kExitUsage;
-    }
-    if (opt.codec < 0) {
-        report_error("split: --codec avc|hevc is required");
         return kExitUsage;
     }
     return kExitOk;
@@ -338,6 +344,142 @@ void print_report(const SplitOptions& opt, const Sink& sink, const std::string& 
     std::fprintf(report_out(), "units: %s\n", csv_path.c_str());
 }
 
+// Opens the outputs and the splitter for opt.codec and opt.ts, hands over
+// `record` when there is one, runs `pushes`, and reports.
+int run_splitter(const SplitOptions& opt, std::vector<uint8_t>& record,
+                 const std::function<bool(void*, const Sink&)>& pushes) {
+    Sink sink;
+    std::string csv_path;
+    if (!open_outputs(opt.out_dir, opt.codec, sink, csv_path)) {
+        close_outputs(sink);
+        return kExitFailure;
+    }
+    void* splitter = ves_split_init(opt.codec, on_output, &sink, opt.ts ? 1 : 0);
+    if (splitter == nullptr) {
+        close_outputs(sink);
+        report_error("split: cannot create the splitter");
+        return kExitFailure;
+    }
+    // The splitter's diagnostics go to stderr unless a file was named, so
+    // that standard output carries only the report.
+    const bool own_debug_file = std::getenv("EDR_DEBUG_FILE") == nullptr;
+    if (own_debug_file) edr_debug_file = stderr;
+
+    bool ok = true;
+    if (!record.empty() &&
+        ves_split_set_codec_data(splitter, record.data(), static_cast<int>(record.size())) != 0) {
+        report_error(std::string("split: codec data '") +
+                     (opt.codec_data != nullptr ? opt.codec_data : opt.input) +
+                     "' is not a valid decoder configuration record");
+        ok = false;
+    }
+    if (ok) ok = pushes(splitter, sink);
+    // Free closes a debug file other than standard output: not stderr.
+    if (own_debug_file) edr_debug_file = stdout;
+    ves_split_free(splitter);
+    if (!close_outputs(sink) && ok) {
+        report_error("split: cannot write the output");
+        ok = false;
+    }
+    if (!ok) return kExitFailure;
+    print_report(opt, sink, csv_path);
+    if (sink.layers[1].units == 0) {
+        report_error(std::string("split: '") + opt.input + "': no enhancement-layer unit found (" +
+                     std::to_string(sink.layers[0].units) + " base-layer units, " +
+                     std::to_string(sink.layers[2].units) +
+                     " metadata units; is --codec right and is the stream dual-layer?)");
+        if (!opt.allow_warnings) return kExitProblems;
+    }
+    return kExitOk;
+}
+
+bool has_aud(const uint8_t* p, int size, int codec) {
+    for (int i = 0; i + 3 < size; ++i) {
+        if (p[i] != 0 || p[i + 1] != 0 || p[i + 2] != 1) continue;
+        const int type = codec == VES_AVC ? p[i + 3] & 0x1F : (p[i + 3] >> 1) & 0x3F;
+        if (type == (codec == VES_AVC ? 9 : 35)) return true;
+    }
+    return false;
+}
+
+// Splits the first H.264/H.265 track of a container read with libavformat.
+// Packets are pushed as the demuxer delivers them, without a parser: whole
+// access units from MP4/MKV, PES payloads from MPEG-TS, which carry access-
+// unit delimiters the splitter then cuts at. False, with nothing done, when
+// INPUT is not a container (a raw elementary stream goes the CSV way).
+bool split_container(SplitOptions opt, int& status) {
+    av_log_set_level(AV_LOG_QUIET);
+    AVFormatContext* fmt = avformat_alloc_context();
+    if (fmt == nullptr) return false;
+    fmt->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+    if (avformat_open_input(&fmt, opt.input, nullptr, nullptr) < 0) return false;
+    struct FormatCloser {
+        AVFormatContext** fmt;
+        ~FormatCloser() { avformat_close_input(fmt); }
+    } closer{&fmt};
+    const std::string format = fmt->iformat->name;
+    if (format == "h264" || format == "hevc") return false;
+    const bool ts = format == "mpegts";
+    status = kExitFailure;
+    if (!ts && avformat_find_stream_info(fmt, nullptr) < 0) {
+        report_error(std::string("split: libavformat cannot find the streams of '") + opt.input + "'");
+        return true;
+    }
+    AVStream* st = nullptr;
+    for (unsigned i = 0; i < fmt->nb_streams; ++i) {
+        const AVCodecID id = fmt->streams[i]->codecpar->codec_id;
+        if (st == nullptr && (id == AV_CODEC_ID_H264 || id == AV_CODEC_ID_HEVC))
+            st = fmt->streams[i];
+        else
+            fmt->streams[i]->discard = AVDISCARD_ALL;
+    }
+    if (st == nullptr) {
+        report_error(std::string("split: '") + opt.input + "' has no H.264 or H.265 stream");
+        return true;
+    }
+    const int found = st->codecpar->codec_id == AV_CODEC_ID_H264 ? VES_AVC : VES_HEVC;
+    if (opt.codec >= 0 && opt.codec != found) {
+        report_error(std::string("split: --codec ") + (opt.codec == VES_AVC ? "avc" : "hevc") +
+                     " but '" + opt.input + "' holds " + (found == VES_AVC ? "H.264" : "H.265"));
+        status = kExitProblems;
+        return true;
+    }
+    opt.codec = found;
+    std::vector<uint8_t> record;
+    const AVCodecParameters* par = st->codecpar;
+    if (par->extradata != nullptr && par->extradata_size > 0 && par->extradata[0] == 1)
+        record.assign(par->extradata, par->extradata + par->extradata_size);
+
+    AVPacket* pkt = av_packet_alloc();
+    struct PacketFree {
+        AVPacket** pkt;
+        ~PacketFree() { av_packet_free(pkt); }
+    } packet_free{&pkt};
+    int err = av_read_frame(fmt, pkt);
+    if (ts && err >= 0 && has_aud(pkt->data, pkt->size, found)) opt.ts = true;
+    status = run_splitter(opt, record, [&](void* splitter, const Sink& sink) {
+        uint64_t last_pts = 0;
+        for (; err >= 0; err = av_read_frame(fmt, pkt)) {
+            const int64_t t = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
+            if (t != AV_NOPTS_VALUE && t >= 0)
+                last_pts = static_cast<uint64_t>(av_rescale_q(t, st->time_base, AVRational{1, 1000000000}));
+            const int r = ves_split_push(splitter, pkt->data, pkt->size, last_pts);
+            av_packet_unref(pkt);
+            if (r != 0) {
+                report_error(sink.write_failed ? std::string("split: cannot write the output")
+                                               : "split: push failed with " + std::to_string(r));
+                return false;
+            }
+        }
+        if (err != AVERROR_EOF) {
+            report_error(std::string("split: reading '") + opt.input + "' stopped early");
+            return false;
+        }
+        return ves_split_push(splitter, nullptr, 0, last_pts) == 0;
+    });
+    return true;
+}
+
 }  // namespace
 
 int run_split(int argc, char** argv) {
@@ -351,6 +493,13 @@ int run_split(int argc, char** argv) {
         (opt.pts_csv != nullptr && !check_readable(opt.pts_csv, "pts file")) ||
         (opt.codec_data != nullptr && !check_readable(opt.codec_data, "codec data")))
         return kExitUsage;
+    if (int status = kExitOk; opt.pts_csv == nullptr && opt.codec_data == nullptr &&
+                              split_container(opt, status))
+        return status;
+    if (opt.codec < 0) {
+        report_error("split: --codec avc|hevc is required for a raw stream");
+        return kExitUsage;
+    }
     std::FILE* in = std::fopen(opt.input, "rb");
     if (in == nullptr) {
         report_error(std::string("cannot open input '") + opt.input + "': " + std::strerror(errno));
@@ -377,48 +526,9 @@ int run_split(int argc, char** argv) {
         }
     }
 
-    Sink sink;
-    std::string csv_path;
-    if (!open_outputs(opt.out_dir, opt.codec, sink, csv_path)) {
-        close_outputs(sink);
-        return kExitFailure;
-    }
-    void* splitter = ves_split_init(opt.codec, on_output, &sink, opt.ts ? 1 : 0);
-    if (splitter == nullptr) {
-        close_outputs(sink);
-        report_error("split: cannot create the splitter");
-        return kExitFailure;
-    }
-    // The splitter's diagnostics go to stderr unless a file was named, so
-    // that standard output carries only the report.
-    const bool own_debug_file = std::getenv("EDR_DEBUG_FILE") == nullptr;
-    if (own_debug_file) edr_debug_file = stderr;
-
-    bool ok = true;
-    if (!record.empty() &&
-        ves_split_set_codec_data(splitter, record.data(), static_cast<int>(record.size())) != 0) {
-        report_error(std::string("split: codec data '") + opt.codec_data +
-                     "' is not a valid decoder configuration record");
-        ok = false;
-    }
-    if (ok) ok = push_all(splitter, in, size, pieces, sink);
-    // Free closes a debug file other than standard output: not stderr.
-    if (own_debug_file) edr_debug_file = stdout;
-    ves_split_free(splitter);
-    if (!close_outputs(sink) && ok) {
-        report_error("split: cannot write the output");
-        ok = false;
-    }
-    if (!ok) return kExitFailure;
-    print_report(opt, sink, csv_path);
-    if (sink.layers[1].units == 0) {
-        report_error(std::string("split: '") + opt.input + "': no enhancement-layer unit found (" +
-                     std::to_string(sink.layers[0].units) + " base-layer units, " +
-                     std::to_string(sink.layers[2].units) +
-                     " metadata units; is --codec right and is the stream dual-layer?)");
-        if (!opt.allow_warnings) return kExitProblems;
-    }
-    return kExitOk;
+    return run_splitter(opt, record, [&](void* splitter, const Sink& sink) {
+        return push_all(splitter, in, size, pieces, sink);
+    });
 }
 
 }  // namespace codecutil_tool
