@@ -43,4 +43,6 @@ peak_rss() {
 peak_rss "convert MP4 (avcC)" big.mp4 "$tool" convert big.mp4 -o out --allow-warnings
 peak_rss "convert MPEG-TS (Annex-B)" big.ts "$tool" convert big.ts -o out --allow-warnings
 peak_rss "split raw Annex-B" big.h264 "$tool" split big.h264 --codec avc -o split --allow-warnings
+peak_rss "split MP4" big.mp4 "$tool" split big.mp4 -o split --allow-warnings
+peak_rss "split MPEG-TS" big.ts "$tool" split big.ts -o split --allow-warnings
 rm -rf out split

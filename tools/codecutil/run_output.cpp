@@ -32,7 +32,10 @@ void on_signal(int) {
 
 std::string staged_path(const std::string& final_path) {
     const std::filesystem::path p(final_path);
-    return (p.parent_path() / ("." + p.filename().string() + ".part")).string();
+    // Appended piecewise: GCC 12's -Wrestrict misfires on "." + name at -O3.
+    std::string name(".");
+    name.append(p.filename().string()).append(".part");
+    return (p.parent_path() / name).string();
 }
 
 std::string stage_output(const std::string& final_path) {
