@@ -319,7 +319,8 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     }
     if (!open_jobs(out_dir, opt, jobs, report)) return false;
 
-    Progress progress(isatty(STDERR_FILENO) != 0, fs::path(input).filename().string());
+    Progress progress(isatty(STDERR_FILENO) != 0 && isatty(fileno(report_out())) != 0,
+                      fs::path(input).filename().string());
     AVPacket* pkt = av_packet_alloc();
     while ((err = av_read_frame(fmt, pkt)) >= 0) {
         const auto index = static_cast<unsigned>(pkt->stream_index);

@@ -10,7 +10,11 @@
 // pts 0, then a final push of length 0. Each layer's deliveries go,
 // concatenated, to DIR/bl.<ext>, DIR/el.<ext> and DIR/md.bin, and one row per
 // delivery to DIR/units.csv ("type,len,pts").
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -281,12 +285,50 @@ bool close_outputs(Sink& sink) {
     return ok;
 }
 
+// "\rNAME: NN%" on stderr while a long split runs, only when the report and
+// stderr both go to a terminal; erased when done.
+class Progress {
+public:
+    Progress(const char* input, uint64_t size)
+        : label_(fs::path(input).filename().string()),
+          size_(size),
+          enabled_(size > 0 && isatty(STDERR_FILENO) != 0 && isatty(fileno(report_out())) != 0) {}
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    ~Progress() {
+        if (shown_) std::fputs("\r\033[K", stderr);
+    }
+    void update(uint64_t pos) {
+        if (!enabled_) return;
+        const auto now = Clock::now();
+        if (now - start_ < std::chrono::milliseconds(500) ||
+            (shown_ && now - last_ < std::chrono::milliseconds(100)))
+            return;
+        last_ = now;
+        shown_ = true;
+        std::fprintf(stderr, "\r%s: %3d%%", label_.c_str(),
+                     static_cast<int>(std::min<uint64_t>(100, pos * 100 / size_)));
+        std::fflush(stderr);
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    std::string label_;
+    uint64_t size_;
+    bool enabled_;
+    bool shown_ = false;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point last_;
+};
+
 // Runs the pushes, reading each piece from `in` as it goes, so memory holds
 // one piece and not the input; false after reporting the first failure.
-bool push_all(void* splitter, std::FILE* in, uint64_t size, const std::vector<Piece>& pieces,
-              const Sink& sink) {
+bool push_all(void* splitter, const char* input_name, std::FILE* in, uint64_t size,
+              const std::vector<Piece>& pieces, const Sink& sink) {
     std::vector<uint8_t> piece;
+    Progress progress(input_name, size);
     auto push = [&](uint64_t begin, uint64_t end, uint64_t pts) {
+        progress.update(begin);
         if (end - begin > kMaxInput) {
             report_error("split: piece at " + std::to_string(begin) + " is larger than 2 GiB");
             return false;
@@ -459,7 +501,11 @@ bool split_container(SplitOptions opt, int& status) {
     if (ts && err >= 0 && has_aud(pkt->data, pkt->size, found)) opt.ts = true;
     status = run_splitter(opt, record, [&](void* splitter, const Sink& sink) {
         uint64_t last_pts = 0;
+        const int64_t total = fmt->pb != nullptr ? avio_size(fmt->pb) : -1;
+        Progress progress(opt.input, total > 0 ? static_cast<uint64_t>(total) : 0);
         for (; err >= 0; err = av_read_frame(fmt, pkt)) {
+            const int64_t pos = fmt->pb != nullptr ? avio_tell(fmt->pb) : 0;
+            progress.update(static_cast<uint64_t>(std::max<int64_t>(0, pos)));
             const int64_t t = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
             if (t != AV_NOPTS_VALUE && t >= 0)
                 last_pts = static_cast<uint64_t>(av_rescale_q(t, st->time_base, AVRational{1, 1000000000}));
@@ -527,7 +573,7 @@ int run_split(int argc, char** argv) {
     }
 
     return run_splitter(opt, record, [&](void* splitter, const Sink& sink) {
-        return push_all(splitter, in, size, pieces, sink);
+        return push_all(splitter, opt.input, in, size, pieces, sink);
     });
 }
 
