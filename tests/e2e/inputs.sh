@@ -3,7 +3,8 @@
 # decode as the source does; a spliced FLV whose second half changes
 # resolution decodes frame for frame like its own packets, so the new
 # parameter sets reached the decoder; a ring too small for any unit is a
-# problem (exit 3), not a success, and leaves no output file behind.
+# problem (exit 3), not a success, as is a truncated file; neither leaves an
+# output file behind.
 source "$(dirname "$0")/lib.bash"
 
 x265_quiet=(-x265-params log-level=error)
@@ -18,6 +19,9 @@ make_media hevc.h265 -c:v libx265 "${x265_quiet[@]}"
 make_media half1.flv -c:v libx264
 E2E_SIZE=320x240 make_media half2.flv -c:v libx264 -output_ts_offset 1.2
 { cat half1.flv; tail -c +14 half2.flv; } >spliced.flv
+# Cut inside the sample data: the demuxer marks the partial sample corrupt.
+make_media whole.mp4 -c:v libx264 -movflags +faststart
+head -c $(($(stat -c %s whole.mp4) / 2)) whole.mp4 >cut.mp4
 
 # input  exit  options (- for none)  expectation on stream 0
 while read -r input status options expect; do
@@ -41,6 +45,7 @@ avc.h264    0 -             h264:passed_through == packets == 30
 hevc.ts     0 -             h265:passed_through == packets == 30
 hevc.h265   0 -             h265:passed_through == packets == 30
 spliced.flv 0 -             h264:converted == packets == 60 and param_changes == 1
+cut.mp4     3 -             h264:0 < packets < 30
 avc.ts      3 --ring-size=1 h264:dropped == packets and bytes_out == 0
 ROWS
 grep -q "all 30 units were dropped" err.txt || fail "dropped units not reported: $(cat err.txt)"

@@ -90,6 +90,9 @@ struct FileReport {
     // The streams were read (to the end, or until a read error): the counts
     // below are worth printing even when the conversion failed.
     bool has_counts = false;
+    // Packets the demuxer marked corrupt, such as the partial last sample of
+    // a truncated file.
+    uint64_t corrupt_packets = 0;
     std::vector<StreamReport> streams;
     std::vector<SkippedStream> skipped;
 };
@@ -324,6 +327,7 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     AVPacket* pkt = av_packet_alloc();
     while ((err = av_read_frame(fmt, pkt)) >= 0) {
         const auto index = static_cast<unsigned>(pkt->stream_index);
+        if ((pkt->flags & AV_PKT_FLAG_CORRUPT) != 0) ++report.corrupt_packets;
         if (index < job_of_stream.size() && job_of_stream[index] != nullptr) {
             apply_new_codec_data(*job_of_stream[index], pkt, input);
             push_packet(*job_of_stream[index], pkt);
@@ -368,10 +372,16 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
     return ok;
 }
 
-// True, after saying so on stderr, when some stream had units and none of
-// them reached the decoder: the output says nothing about that stream.
+// True, after saying so on stderr, when the demuxer marked packets corrupt
+// (a truncated file) or some stream had units and none of them reached the
+// decoder: the output then says nothing reliable about that stream.
 bool all_dropped(const FileReport& report) {
     bool any = false;
+    if (report.corrupt_packets != 0) {
+        std::fprintf(stderr, "codecutil: %s: %llu packets marked corrupt by the demuxer (truncated?)\n",
+                     report.input.c_str(), static_cast<unsigned long long>(report.corrupt_packets));
+        any = true;
+    }
     for (const StreamReport& r : report.streams) {
         if (r.packets == 0 || r.dropped != r.packets) continue;
         std::fprintf(stderr, "codecutil: %s: stream %d (%s): all %llu units were dropped\n",
@@ -461,11 +471,11 @@ void print_help() {
         "  --wrap-at N        initial write position in the ring, so that units\n"
         "                     straddling its end take the two-piece path (default 0)\n"
         "  -v, --verbose      show the converter library's and libavformat's warnings\n"
-        "  --allow-warnings   exit 0 even when every unit of a stream was dropped\n"
+        "  --allow-warnings   exit 0 even when units were dropped or the input is cut\n"
         "\n"
         "Exit status: 0 done; 1 an input could not be converted; 2 usage error or an\n"
-        "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size)\n"
-        "and --allow-warnings was not given; 130 interrupted. Output files appear only\n"
+        "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size),\n"
+        "or the input is truncated, and --allow-warnings was not given; 130 interrupted. Output files appear only\n"
         "on exit 0.\n",
         kDefaultOutputDir);
 }

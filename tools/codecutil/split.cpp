@@ -497,6 +497,7 @@ bool split_container(SplitOptions opt, int& status) {
         AVPacket** pkt;
         ~PacketFree() { av_packet_free(pkt); }
     } packet_free{&pkt};
+    uint64_t corrupt = 0;
     int err = av_read_frame(fmt, pkt);
     if (ts && err >= 0 && has_aud(pkt->data, pkt->size, found)) opt.ts = true;
     status = run_splitter(opt, record, [&](void* splitter, const Sink& sink) {
@@ -509,6 +510,7 @@ bool split_container(SplitOptions opt, int& status) {
             const int64_t t = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
             if (t != AV_NOPTS_VALUE && t >= 0)
                 last_pts = static_cast<uint64_t>(av_rescale_q(t, st->time_base, AVRational{1, 1000000000}));
+            if ((pkt->flags & AV_PKT_FLAG_CORRUPT) != 0) ++corrupt;
             const int r = ves_split_push(splitter, pkt->data, pkt->size, last_pts);
             av_packet_unref(pkt);
             if (r != 0) {
@@ -523,6 +525,11 @@ bool split_container(SplitOptions opt, int& status) {
         }
         return ves_split_push(splitter, nullptr, 0, last_pts) == 0;
     });
+    if (status == kExitOk && corrupt != 0) {
+        report_error(std::string("split: '") + opt.input + "': " + std::to_string(corrupt) +
+                     " packets marked corrupt by the demuxer (truncated?)");
+        if (!opt.allow_warnings) status = kExitProblems;
+    }
     return true;
 }
 
@@ -543,7 +550,9 @@ int run_split(int argc, char** argv) {
                               split_container(opt, status))
         return status;
     if (opt.codec < 0) {
-        report_error("split: --codec avc|hevc is required for a raw stream");
+        report_error(std::string("split: '") + opt.input +
+                     "' is not an MP4, MKV or MPEG-TS file libavformat can read; for a raw stream "
+                     "give --codec avc|hevc");
         return kExitUsage;
     }
     std::FILE* in = std::fopen(opt.input, "rb");
