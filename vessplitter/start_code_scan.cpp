@@ -14,39 +14,46 @@
 
 namespace {
 
-int find_one_portable(const uint8_t* bytes, int i, int len) {
-    if (i >= len) return len;
-    const void* one = std::memchr(bytes + i, 1, static_cast<size_t>(len - i));
-    return one != nullptr ? static_cast<int>(static_cast<const uint8_t*>(one) - bytes) : len;
-}
+int find_pair_portable(const uint8_t* bytes, int i, int len) { return find_pair_bytes(bytes, i, len); }
 
 OnesSpan copy_find_portable(uint8_t* dst, const uint8_t* src, int len) {
     std::memcpy(dst, src, static_cast<size_t>(len));
-    const int first = find_one_portable(src, 0, len);
-    if (first == len) return {len, len};
-    const void* last = memrchr(src, 1, static_cast<size_t>(len));
-    return {first, static_cast<int>(static_cast<const uint8_t*>(last) - src) + 1};
+    return pair_span_bytes(src, len);
 }
 
-constexpr StartCodeScanKernel kScanPortable{"portable", find_one_portable, copy_find_portable};
+constexpr StartCodeScanKernel kScanPortable{"portable", find_pair_portable, copy_find_portable};
 
 #if defined(__SSE2__)
 struct Sse2 {
+    using Acc = __m128i;
     static constexpr int kBits = 1;
-    static uint64_t mask(__m128i v) {
-        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(1))));
+    static __m128i load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    // Lanes where v is 01 and prev 00.
+    static __m128i pair_lanes(__m128i v, __m128i prev) {
+        return _mm_and_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(1)), _mm_cmpeq_epi8(prev, _mm_setzero_si128()));
     }
-    static uint64_t ones(const uint8_t* p) {
-        return mask(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    static uint64_t pairs(const uint8_t* p) {
+        return static_cast<uint32_t>(_mm_movemask_epi8(pair_lanes(load(p), load(p - 1))));
     }
-    static uint64_t ones_copy(uint8_t* dst, const uint8_t* src) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+    static bool any_pairs32(const uint8_t* p) {
+        const __m128i a = pair_lanes(load(p), load(p - 1));
+        const __m128i b = pair_lanes(load(p + 16), load(p + 15));
+        return _mm_movemask_epi8(_mm_or_si128(a, b)) != 0;
+    }
+    static Acc copy_first(uint8_t* dst, const uint8_t* src) {
+        const __m128i v = load(src);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
-        return mask(v);
+        return pair_lanes(v, _mm_slli_si128(v, 1));  // a 00 shifted in before byte 0
     }
+    static void copy_acc(uint8_t* dst, const uint8_t* src, Acc& acc) {
+        const __m128i v = load(src);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
+        acc = _mm_or_si128(acc, pair_lanes(v, load(src - 1)));
+    }
+    static bool any(Acc acc) { return _mm_movemask_epi8(acc) != 0; }
 };
 
-constexpr StartCodeScanKernel kScanSse2{"sse2", find_one_blocks<Sse2>, copy_find_blocks<Sse2>};
+constexpr StartCodeScanKernel kScanSse2{"sse2", find_pair_blocks<Sse2>, copy_find_blocks<Sse2>};
 #endif
 
 struct Kernels {

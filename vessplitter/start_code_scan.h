@@ -1,13 +1,16 @@
-// Looking for the 01 byte that ends every Annex-B start code, the splitter's
-// per-byte cost. One interface, per-ISA kernels chosen once at load: NEON
-// on 32-bit ARM when the CPU has it (armhf does not promise it), SSE2 on
-// x86-64, and a portable one.
+// Looking for start codes, the splitter's per-byte cost. A start code's 01
+// always follows a 00, and a 00 01 pair occurs nowhere else in a conforming
+// stream (emulation prevention), whereas a lone 01 byte turns up every 256
+// bytes of slice data: the kernels look for 00 01 pairs. One interface,
+// per-ISA kernels chosen once at load: NEON on 32-bit ARM when the CPU has
+// it (armhf does not promise it), SSE2 on x86-64, and a portable one.
 #pragma once
 
 #include <bit>
 #include <cstdint>
 
-// Where the 01 bytes of a span lie: none before `first`, none from `end` on.
+// Where in a push its candidate 01 bytes lie (those after a 00, or at the
+// push's first byte): none before `first`, none from `end` on.
 struct OnesSpan {
     int first;
     int end;
@@ -15,10 +18,10 @@ struct OnesSpan {
 
 struct StartCodeScanKernel {
     const char* name;
-    // Offset of the first 01 byte in bytes[i, len), or len.
-    int (*find_one)(const uint8_t* bytes, int i, int len);
-    // Copies len (at least 16) bytes and returns the exact span of their 01
-    // bytes: the first one and one past the last, or {len, len}.
+    // Offset of the first 01 byte after a 00 in bytes[i, len), or len; i >= 1.
+    int (*find_pair)(const uint8_t* bytes, int i, int len);
+    // Copies len (at least 16) bytes and returns the exact span of their
+    // candidate 01 bytes: the first and one past the last, or {len, len}.
     OnesSpan (*copy_find)(uint8_t* dst, const uint8_t* src, int len);
 };
 
@@ -28,50 +31,50 @@ const StartCodeScanKernel& start_code_scan();
 // Every kernel this CPU runs, the portable one first; their count in *n.
 const StartCodeScanKernel* const* start_code_scan_kernels(int* n);
 
-// The loops shared by the vector kernels. V::ones(p) / V::ones_copy(dst, src)
-// load 16 bytes (copying them) and return a mask with V::kBits bits per byte,
-// byte 0 lowest, set where the byte is 01. The last block of a span overlaps
-// the one before instead of stepping byte by byte.
+// The byte loops: the portable kernel, and the vector kernels' short spans
+// and rare exact-span pass.
+inline int find_pair_bytes(const uint8_t* bytes, int i, int len) {
+    for (; i < len; ++i)
+        if (bytes[i] == 1 && bytes[i - 1] == 0) return i;
+    return len;
+}
+
+inline OnesSpan pair_span_bytes(const uint8_t* src, int len) {
+    const int first = src[0] == 1 ? 0 : find_pair_bytes(src, 1, len);
+    if (first == len) return {len, len};
+    int end = len;
+    while (end - 1 > first && !(src[end - 1] == 1 && src[end - 2] == 0)) --end;
+    return {first, end};
+}
+
+// The loops shared by the vector kernels. V::pairs(p) looks at the 16 bytes
+// at p and the byte before each and returns a mask with V::kBits bits per
+// byte, byte 0 lowest, set where a 01 follows a 00; V::any_pairs32(p) tells
+// whether 32 bytes hold any. V::Acc collects pair lanes while copying:
+// V::copy_acc(dst, src, acc) copies 16 bytes, V::copy_first the first 16 of
+// a push (without the byte before), V::any(acc) tells whether any was seen.
 template <class V>
-int find_one_blocks(const uint8_t* bytes, int i, int len) {
-    if (i >= len) return len;
-    if (len < 16) {
-        for (; i < len; ++i)
-            if (bytes[i] == 1) return i;
-        return len;
+int find_pair_blocks(const uint8_t* bytes, int i, int len) {
+    if (len - i < 32) return find_pair_bytes(bytes, i, len);
+    for (; len - i >= 32; i += 32) {
+        if (!V::any_pairs32(bytes + i)) continue;
+        if (const uint64_t a = V::pairs(bytes + i); a != 0) return i + std::countr_zero(a) / V::kBits;
+        return i + 16 + std::countr_zero(V::pairs(bytes + i + 16)) / V::kBits;
     }
-    for (; len - i > 32; i += 32) {
-        const uint64_t a = V::ones(bytes + i);
-        const uint64_t b = V::ones(bytes + i + 16);
-        if ((a | b) != 0)
-            return a != 0 ? i + std::countr_zero(a) / V::kBits : i + 16 + std::countr_zero(b) / V::kBits;
-    }
-    if (len - i > 16) {
-        if (const uint64_t m = V::ones(bytes + i); m != 0) return i + std::countr_zero(m) / V::kBits;
-        i += 16;
-    }
-    // Bytes before i in the last block were looked at already, or lie before
-    // the span but inside the buffer.
-    const int at = len - 16;
-    const uint64_t m = V::ones(bytes + at) >> (V::kBits * (i - at));
-    return m != 0 ? i + std::countr_zero(m) / V::kBits : len;
+    return find_pair_bytes(bytes, i, len);
 }
 
 template <class V>
 OnesSpan copy_find_blocks(uint8_t* dst, const uint8_t* src, int len) {
-    OnesSpan span{len, len};
-    // m's bits below `from` stand for bytes already noted.
-    auto note = [&](int at, uint64_t m, int from) {
-        if ((m >> (V::kBits * from)) == 0) return;
-        if (span.first == len)
-            span.first = at + from + std::countr_zero(m >> (V::kBits * from)) / V::kBits;
-        span.end = at + (63 - std::countl_zero(m)) / V::kBits + 1;
-    };
-    int i = 0;
-    for (; len - i > 16; i += 16) note(i, V::ones_copy(dst + i, src + i), 0);
-    const int at = len - 16;
-    note(at, V::ones_copy(dst + at, src + at), i - at);
-    return span;
+    // The first block has no byte before it here: its first byte counts as
+    // following a 00, since it may end a start code begun in the last push.
+    typename V::Acc acc = V::copy_first(dst, src);
+    int i = 16;
+    for (; len - i >= 16; i += 16) V::copy_acc(dst + i, src + i, acc);
+    // The last block overlaps the one before.
+    if (i < len) V::copy_acc(dst + len - 16, src + len - 16, acc);
+    if (!V::any(acc)) return {len, len};
+    return pair_span_bytes(src, len);  // rare: at start codes
 }
 
 extern const StartCodeScanKernel kScanNeon;  // defined only in ARM builds

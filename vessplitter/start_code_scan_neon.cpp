@@ -10,20 +10,38 @@ namespace {
 // ARMv7 has no byte movemask: narrowing each 16-bit pair of compare results
 // by 4 leaves 4 bits per byte in one 64-bit lane.
 struct Neon {
+    using Acc = uint8x16_t;
     static constexpr int kBits = 4;
-    static uint64_t mask(uint8x16_t v) {
-        const uint8x16_t eq = vceqq_u8(v, vdupq_n_u8(1));
-        return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(vreinterpretq_u16_u8(eq), 4)), 0);
+    // Lanes where v is 01 and prev 00.
+    static uint8x16_t pair_lanes(uint8x16_t v, uint8x16_t prev) {
+        return vandq_u8(vceqq_u8(v, vdupq_n_u8(1)), vceqq_u8(prev, vdupq_n_u8(0)));
     }
-    static uint64_t ones(const uint8_t* p) { return mask(vld1q_u8(p)); }
-    static uint64_t ones_copy(uint8_t* dst, const uint8_t* src) {
+    static uint64_t fold(uint8x16_t lanes) {
+        return vget_lane_u64(vreinterpret_u64_u8(vorr_u8(vget_low_u8(lanes), vget_high_u8(lanes))), 0);
+    }
+    static uint64_t pairs(const uint8_t* p) {
+        const uint8x16_t m = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
+        return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4)), 0);
+    }
+    static bool any_pairs32(const uint8_t* p) {
+        const uint8x16_t a = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
+        const uint8x16_t b = pair_lanes(vld1q_u8(p + 16), vld1q_u8(p + 15));
+        return fold(vorrq_u8(a, b)) != 0;
+    }
+    static Acc copy_first(uint8_t* dst, const uint8_t* src) {
         const uint8x16_t v = vld1q_u8(src);
         vst1q_u8(dst, v);
-        return mask(v);
+        return pair_lanes(v, vextq_u8(vdupq_n_u8(0), v, 15));  // a 00 shifted in before byte 0
     }
+    static void copy_acc(uint8_t* dst, const uint8_t* src, Acc& acc) {
+        const uint8x16_t v = vld1q_u8(src);
+        vst1q_u8(dst, v);
+        acc = vorrq_u8(acc, pair_lanes(v, vld1q_u8(src - 1)));
+    }
+    static bool any(Acc acc) { return fold(acc) != 0; }
 };
 
 }  // namespace
 
-const StartCodeScanKernel kScanNeon{"neon", find_one_blocks<Neon>, copy_find_blocks<Neon>};
+const StartCodeScanKernel kScanNeon{"neon", find_pair_blocks<Neon>, copy_find_blocks<Neon>};
 #endif

@@ -424,8 +424,8 @@ void final_delivery(ves_splitter* split) {
 
 // Appends a start-code push to the ring. Pushes up to a few transport-stream
 // packets are copied and looked at in one pass, so the scan only visits the
-// span between their first and last 01 (usually nothing, or one byte);
-// longer ones are copied by memcpy and scanned whole.
+// span between their first and last 00 01 pair (nothing, but at start
+// codes); longer ones are copied by memcpy and scanned whole.
 OnesSpan append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const uint8_t* data,
                      int len) {
     constexpr int kFusedMax = 1024;
@@ -439,12 +439,12 @@ OnesSpan append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const
 }
 
 // Offset of the first 00 00 01 lying wholly in [from, len), or -1. Looks for
-// the rare 01 bytes first; a generic substring search costs several times
-// more per byte and dominated the push.
+// the rare 00 01 pairs first; a generic substring search costs several
+// times more per byte and dominated the push.
 int find_start_code(const StartCodeScanKernel& scan, const uint8_t* bytes, int from, int len) {
-    for (int i = from + 2; (i = scan.find_one(bytes, i, len)) < len; i += 3) {
+    for (int i = from + 2; (i = scan.find_pair(bytes, i, len)) < len; i += 3) {
         // A later start code's 01 lies at least three bytes on.
-        if (bytes[i - 1] == 0 && bytes[i - 2] == 0) return i - 2;
+        if (bytes[i - 2] == 0) return i - 2;
     }
     return -1;
 }
@@ -456,8 +456,8 @@ int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int v
                      uint64_t pts) {
     mirror_buffer& ring = split->buf;
     if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) {
-        // No 01 in the push: the held unit only grows (most transport-stream
-        // packets of a slice).
+        // No 00 01 in the push: the held unit only grows (all transport-stream
+        // packets of a slice but its first).
         split->scan_search = ring.len - 2 > split->scan_cursor ? ring.len - 2 : split->scan_cursor;
         split->remain_pts = pts;
         return 0;
