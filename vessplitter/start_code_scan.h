@@ -49,19 +49,34 @@ inline OnesSpan pair_span_bytes(const uint8_t* src, int len) {
 
 // The loops shared by the vector kernels. V::pairs(p) looks at the 16 bytes
 // at p and the byte before each and returns a mask with V::kBits bits per
-// byte, byte 0 lowest, set where a 01 follows a 00; V::any_pairs32(p) tells
-// whether 32 bytes hold any. V::Acc collects pair lanes while copying:
+// byte, byte 0 lowest, set where a 01 follows a 00; V::any_pairs64(p) tells
+// whether 64 bytes hold any. V::Acc collects pair lanes while copying:
 // V::copy_acc(dst, src, acc) copies 16 bytes, V::copy_first the first 16 of
 // a push (without the byte before), V::any(acc) tells whether any was seen.
+// Lane of the lowest set bit of a non-zero mask, in 32-bit halves: a 64-bit
+// count is a library call on 32-bit ARM.
+template <class V>
+int first_lane(uint64_t m) {
+    const auto lo = static_cast<uint32_t>(m);
+    return (lo != 0 ? std::countr_zero(lo) : 32 + std::countr_zero(static_cast<uint32_t>(m >> 32))) / V::kBits;
+}
+
 template <class V>
 int find_pair_blocks(const uint8_t* bytes, int i, int len) {
-    if (len - i < 32) return find_pair_bytes(bytes, i, len);
-    for (; len - i >= 32; i += 32) {
-        if (!V::any_pairs32(bytes + i)) continue;
-        if (const uint64_t a = V::pairs(bytes + i); a != 0) return i + std::countr_zero(a) / V::kBits;
-        return i + 16 + std::countr_zero(V::pairs(bytes + i + 16)) / V::kBits;
+    if (len - i < 16 || len < 17) return find_pair_bytes(bytes, i, len);
+    for (; len - i >= 64; i += 64) {
+        if (!V::any_pairs64(bytes + i)) continue;
+        for (int k = 0;; k += 16)
+            if (const uint64_t m = V::pairs(bytes + i + k); m != 0) return i + k + first_lane<V>(m);
     }
-    return find_pair_bytes(bytes, i, len);
+    for (; len - i >= 16; i += 16)
+        if (const uint64_t m = V::pairs(bytes + i); m != 0) return i + first_lane<V>(m);
+    if (i == len) return len;
+    // The last block overlaps the one before; the bytes before i in it were
+    // looked at already.
+    const int at = len - 16;
+    const uint64_t m = V::pairs(bytes + at) >> (V::kBits * (i - at));
+    return m != 0 ? i + first_lane<V>(m) : len;
 }
 
 template <class V>

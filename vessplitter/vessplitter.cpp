@@ -115,12 +115,14 @@ VES_API void mirror_buffer_free(struct mirror_buffer* buf) {
 }
 
 // (at + len) modulo size; a subtraction in the usual case, as pushes of a
-// transport-stream packet each move both ends.
+// transport-stream packet each move both ends. at < size and 0 <= len, both
+// below 2^31: the sum fits 32 unsigned bits.
 static int ring_advance(int at, int len, int size) {
-    const int64_t v = static_cast<int64_t>(at) + len;
-    if (v < size) return static_cast<int>(v);
-    if (v - size < size) return static_cast<int>(v - size);
-    return static_cast<int>(v % size);
+    const uint32_t v = static_cast<uint32_t>(at) + static_cast<uint32_t>(len);
+    const auto n = static_cast<uint32_t>(size);
+    if (v < n) return static_cast<int>(v);
+    if (v - n < n) return static_cast<int>(v - n);
+    return static_cast<int>(v % n);
 }
 
 // Counts len bytes written at the write position as held.
@@ -570,7 +572,7 @@ int push_lengths(ves_splitter* split, uint8_t* data, int veslen, uint64_t pts) {
 // beyond 6 MiB.
 int grow_ring(ves_splitter* split, int veslen) {
     mirror_buffer& ring = split->buf;
-    if (static_cast<int64_t>(ring.size) - ring.len >= veslen) return 0;
+    if (ring.size - ring.len >= veslen) return 0;  // 0 <= len <= size: no overflow
     const int64_t held_and_new = static_cast<int64_t>(ring.len) + veslen;
     const int64_t stepped = static_cast<int64_t>(ring.size) + kRingStep;
     const int64_t want = held_and_new > stepped ? held_and_new : stepped;
