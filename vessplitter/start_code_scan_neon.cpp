@@ -26,12 +26,15 @@ struct Neon {
         const uint8x16_t m = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
         return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4)), 0);
     }
-    static bool any_pairs64(const uint8_t* p) {
-        const uint8x16_t a = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
-        const uint8x16_t b = pair_lanes(vld1q_u8(p + 16), vld1q_u8(p + 15));
-        const uint8x16_t c = pair_lanes(vld1q_u8(p + 32), vld1q_u8(p + 31));
-        const uint8x16_t d = pair_lanes(vld1q_u8(p + 48), vld1q_u8(p + 47));
-        return any_lane(vorrq_u8(vorrq_u8(a, b), vorrq_u8(c, d)));
+    static bool any_ones64(const uint8_t* p) {
+        // 01 bytes become 00 under xor 01: the lane minimum tells.
+        const uint8x16_t one = vdupq_n_u8(1);
+        const uint8x16_t a = vminq_u8(veorq_u8(vld1q_u8(p), one), veorq_u8(vld1q_u8(p + 16), one));
+        const uint8x16_t b = vminq_u8(veorq_u8(vld1q_u8(p + 32), one), veorq_u8(vld1q_u8(p + 48), one));
+        const uint8x16_t m = vminq_u8(a, b);
+        uint8x8_t d = vpmin_u8(vget_low_u8(m), vget_high_u8(m));
+        d = vpmin_u8(d, d);  // the minima of all 64 in lanes 0 to 3
+        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
     }
     static Acc copy_first(uint8_t* dst, const uint8_t* src) {
         const uint8x16_t v = vld1q_u8(src);
