@@ -20,8 +20,8 @@ struct StartCodeScanKernel {
     const char* name;
     // Offset of the first 01 byte after a 00 in bytes[i, len), or len; i >= 1.
     int (*find_pair)(const uint8_t* bytes, int i, int len);
-    // Copies len (at least 16) bytes and returns the exact span of their
-    // candidate 01 bytes: the first and one past the last, or {len, len}.
+    // Copies len (at least 16) bytes and returns {first candidate 01, len},
+    // or {len, len} when there is none.
     OnesSpan (*copy_find)(uint8_t* dst, const uint8_t* src, int len);
 };
 
@@ -31,8 +31,7 @@ const StartCodeScanKernel& start_code_scan();
 // Every kernel this CPU runs, the portable one first; their count in *n.
 const StartCodeScanKernel* const* start_code_scan_kernels(int* n);
 
-// The byte loops: the portable kernel, and the vector kernels' short spans
-// and rare exact-span pass.
+// The byte loops: the portable kernel and the vector kernels' short spans.
 inline int find_pair_bytes(const uint8_t* bytes, int i, int len) {
     for (; i < len; ++i)
         if (bytes[i] == 1 && bytes[i - 1] == 0) return i;
@@ -40,11 +39,7 @@ inline int find_pair_bytes(const uint8_t* bytes, int i, int len) {
 }
 
 inline OnesSpan pair_span_bytes(const uint8_t* src, int len) {
-    const int first = src[0] == 1 ? 0 : find_pair_bytes(src, 1, len);
-    if (first == len) return {len, len};
-    int end = len;
-    while (end - 1 > first && !(src[end - 1] == 1 && src[end - 2] == 0)) --end;
-    return {first, end};
+    return {src[0] == 1 ? 0 : find_pair_bytes(src, 1, len), len};
 }
 
 // The loops shared by the vector kernels. V::pairs(p) looks at the 16 bytes
@@ -91,7 +86,7 @@ OnesSpan copy_find_blocks(uint8_t* dst, const uint8_t* src, int len) {
     // The last block overlaps the one before.
     if (i < len) V::copy_acc(dst + len - 16, src + len - 16, acc);
     if (!V::any(acc)) return {len, len};
-    return pair_span_bytes(src, len);  // rare: at start codes
+    return {src[0] == 1 ? 0 : find_pair_blocks<V>(src, 1, len), len};  // at start codes
 }
 
 extern const StartCodeScanKernel kScanNeon;  // defined only in ARM builds

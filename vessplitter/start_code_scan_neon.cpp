@@ -16,12 +16,6 @@ struct Neon {
     static uint8x16_t pair_lanes(uint8x16_t v, uint8x16_t prev) {
         return vandq_u8(vceqq_u8(v, vdupq_n_u8(1)), vceqq_u8(prev, vdupq_n_u8(0)));
     }
-    // Whether any lane is set, through core registers as two 32-bit words
-    // (a 64-bit lane move goes through the stack).
-    static bool any_lane(uint8x16_t lanes) {
-        const uint32x2_t w = vreinterpret_u32_u8(vorr_u8(vget_low_u8(lanes), vget_high_u8(lanes)));
-        return (vget_lane_u32(w, 0) | vget_lane_u32(w, 1)) != 0;
-    }
     static uint64_t pairs(const uint8_t* p) {
         const uint8x16_t m = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
         return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4)), 0);
@@ -36,17 +30,22 @@ struct Neon {
         d = vpmin_u8(d, d);  // the minima of all 64 in lanes 0 to 3
         return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
     }
+    // While copying, lanes hold (byte xor 01) | byte before: zero at a pair.
     static Acc copy_first(uint8_t* dst, const uint8_t* src) {
         const uint8x16_t v = vld1q_u8(src);
         vst1q_u8(dst, v);
-        return pair_lanes(v, vextq_u8(vdupq_n_u8(0), v, 15));  // a 00 shifted in before byte 0
+        return vorrq_u8(veorq_u8(v, vdupq_n_u8(1)), vextq_u8(vdupq_n_u8(0), v, 15));
     }
     static void copy_acc(uint8_t* dst, const uint8_t* src, Acc& acc) {
         const uint8x16_t v = vld1q_u8(src);
         vst1q_u8(dst, v);
-        acc = vorrq_u8(acc, pair_lanes(v, vld1q_u8(src - 1)));
+        acc = vminq_u8(acc, vorrq_u8(veorq_u8(v, vdupq_n_u8(1)), vld1q_u8(src - 1)));
     }
-    static bool any(Acc acc) { return any_lane(acc); }
+    static bool any(Acc acc) {
+        uint8x8_t d = vpmin_u8(vget_low_u8(acc), vget_high_u8(acc));
+        d = vpmin_u8(d, d);
+        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
+    }
 };
 
 }  // namespace
