@@ -87,7 +87,10 @@ void* make_converter(const std::string& kind, Units& u) {
     return h;
 }
 
-int discard(void*, ves_type, void*, int, uint64_t) { return 0; }
+int count_delivery(void* n, ves_type, void*, int, uint64_t) {
+    ++*static_cast<int*>(n);
+    return 0;
+}
 
 }  // namespace
 
@@ -120,7 +123,9 @@ int main(int argc, char** argv) {
     if (kind == "split-au" || kind == "split-188") {
         // Start-code input is unwrapped in the splitter's ring, never in
         // the caller's buffer: the same input serves every repeat.
-        void* split = ves_split_init(VES_AVC, discard, nullptr, 1);
+        int delivered = 0;
+        int failed = 0;
+        void* split = ves_split_init(VES_AVC, count_delivery, &delivered, 1);
         for (size_t i = 0; i < u.units.size(); ++i) std::memcpy(at[i], u.units[i].data(), u.units[i].size());
         for (int r = 0; r < repeats; ++r) {
             for (size_t i = 0; i < u.units.size(); ++i) {
@@ -128,19 +133,21 @@ int main(int argc, char** argv) {
                 if (baseline) {
                     ring_copy(ring, at[i], n);
                 } else if (kind == "split-au") {
-                    ves_split_push(split, at[i], static_cast<int>(n), (i + 1) * 40000000u);
+                    failed |= ves_split_push(split, at[i], static_cast<int>(n), (i + 1) * 40000000u);
                 } else {
                     for (size_t p = 0; p < n; p += 188)
-                        ves_split_push(split, at[i] + p, static_cast<int>(n - p < 188 ? n - p : 188), i);
+                        failed |= ves_split_push(split, at[i] + p, static_cast<int>(n - p < 188 ? n - p : 188), i);
                 }
             }
             if (!baseline) {
-                ves_split_push(split, nullptr, 0, 0);
+                failed |= ves_split_push(split, nullptr, 0, 0);
                 ves_split_flush(split);
             }
         }
         ves_split_free(split);
-        return 0;
+        const bool bad = failed != 0 || (!baseline && delivered == 0);
+        if (bad) std::fprintf(stderr, "%s: splitter failed\n", what.c_str());
+        return bad ? 1 : 0;
     }
 
     void* h = make_converter(kind, u);
