@@ -42,6 +42,7 @@ constexpr const char* s_type_name[VES_TYPE_NUM] = {"IN", "BL", "EL", "MD"};
 constexpr int kInitialRing = 0x200000;  // 2 MiB
 constexpr int kRingStep = 0x10000;      // 64 KiB
 constexpr int kRingMax = 0x600000;      // 6 MiB
+constexpr int kFusedMax = 1024;         // longest push copied and searched in one pass
 constexpr uint64_t kNanoseconds = 1000000000;
 
 constexpr uint8_t kWrapEl = 0x7E;
@@ -430,7 +431,6 @@ void final_delivery(ves_splitter* split) {
 // codes); longer ones are copied by memcpy and scanned whole.
 OnesSpan append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const uint8_t* data,
                      int len) {
-    constexpr int kFusedMax = 1024;
     if (len >= 16 && len <= kFusedMax) {
         const OnesSpan span = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write, data, len);
         ring_commit(&ring, len);
@@ -451,19 +451,22 @@ int find_start_code(const StartCodeScanKernel& scan, const uint8_t* bytes, int f
     return -1;
 }
 
+// A push without 00 01 while a unit is held: the held unit only grows (all
+// transport-stream packets of a slice but its first).
+int held_unit_grows(ves_splitter* split, uint64_t pts) {
+    const int len = split->buf.len;
+    split->scan_search = len - 2 > split->scan_cursor ? len - 2 : split->scan_cursor;
+    split->remain_pts = pts;
+    return 0;
+}
+
 // Start-code input: the ring's whole content. Units end where the next start
 // code begins; the last one stays held until its end is known.
 // `ones` tells where in the new bytes a start code's 01 may lie.
-int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int veslen, OnesSpan ones,
-                     uint64_t pts) {
+[[gnu::noinline]] int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int veslen,
+                                      OnesSpan ones, uint64_t pts) {
     mirror_buffer& ring = split->buf;
-    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) {
-        // No 00 01 in the push: the held unit only grows (all transport-stream
-        // packets of a slice but its first).
-        split->scan_search = ring.len - 2 > split->scan_cursor ? ring.len - 2 : split->scan_cursor;
-        split->remain_pts = pts;
-        return 0;
-    }
+    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) return held_unit_grows(split, pts);
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
     bool pending = split->scan_pending != 0;
@@ -791,10 +794,8 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
     return 0;
 }
 
-VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
-    ves_splitter* split = as_splitter(s);
-    if (split == nullptr || veslen < 0 || (vesdata == nullptr && veslen > 0) || split->failed != 0)
-        return -1;
+// Every push but the common one ves_split_push takes itself.
+[[gnu::noinline]] static int push_general(ves_splitter* split, void* vesdata, int veslen, uint64_t pts) {
     EDR_LOG(kLvUnit, "%s:%d nal_length_size %d, len %d, pts %lld, buffered len %d\n",
             split->nal_length_size, veslen, ll(pts), split->buf.len);
     OnesSpan ones{0, veslen};
@@ -822,6 +823,27 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
     }
     if (split->nal_length_size == 0) return push_start_codes(split, scan, veslen, ones, pts);
     return push_lengths(split, static_cast<uint8_t*>(vesdata), veslen, pts);
+}
+
+VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
+    ves_splitter* split = as_splitter(s);
+    if (split == nullptr || veslen < 0 || (vesdata == nullptr && veslen > 0) || split->failed != 0)
+        return -1;
+    // Most pushes are a transport-stream packet's worth in the middle of a
+    // slice: copied with the pair search and, without a start code, only
+    // counted. Kept apart so that nothing else's set-up is paid for them.
+    mirror_buffer& ring = split->buf;
+    if (split->nal_length_size == 0 && split->scan_pending != 0 && veslen >= 16 &&
+        veslen <= kFusedMax && ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) &&
+        split->dump_files[VES_MIX] == nullptr) {
+        const StartCodeScanKernel& scan = start_code_scan();
+        const OnesSpan ones = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write,
+                                             static_cast<const uint8_t*>(vesdata), veslen);
+        ring_commit(&ring, veslen);
+        if (ones.first != veslen) return push_start_codes(split, scan, veslen, ones, pts);
+        return held_unit_grows(split, pts);
+    }
+    return push_general(split, vesdata, veslen, pts);
 }
 
 VES_API int ves_split_flush(void* s) {
