@@ -18,7 +18,9 @@ struct Neon {
     }
     static uint64_t pairs(const uint8_t* p) {
         const uint8x16_t m = pair_lanes(vld1q_u8(p), vld1q_u8(p - 1));
-        return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4)), 0);
+        // As two 32-bit lanes: a 64-bit lane move goes through the stack.
+        const uint32x2_t w = vreinterpret_u32_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4));
+        return static_cast<uint64_t>(vget_lane_u32(w, 1)) << 32 | vget_lane_u32(w, 0);
     }
     static bool any_ones64(const uint8_t* p) {
         // 01 bytes become 00 under xor 01: the lane minimum tells.
