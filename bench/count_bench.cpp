@@ -87,6 +87,9 @@ void* make_converter(const std::string& kind, Units& u) {
     return h;
 }
 
+// An hour into a stream, in nanoseconds: past 32 bits, as real time stamps.
+constexpr uint64_t kPtsBase = 3600ull * 1000000000ull;
+
 int count_delivery(void* n, ves_type, void*, int, uint64_t) {
     ++*static_cast<int*>(n);
     return 0;
@@ -157,7 +160,7 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < u.units.size(); ++i) std::memcpy(at[i], u.units[i].data(), u.units[i].size());
     for (int pass = 0; pass < 2; ++pass) {
         for (size_t i = 0; i < u.units.size(); ++i) {
-            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), i * 40000000ull, 0};
+            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), kPtsBase + i * 40000000ull, 0};
             zarn_uint32 size = 0;
             const size_t from = ring.wp;
             if (Zarn_CodecUtil_ConvPushBuffer(h, &ring, &buf, &size) == nullptr) return 1;
@@ -181,7 +184,7 @@ int main(int argc, char** argv) {
                 ring_copy(ring, out_at[i], out[i].size());
                 continue;
             }
-            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), i * 40000000ull, 0};
+            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), kPtsBase + i * 40000000ull, 0};
             zarn_uint32 size = 0;
             Zarn_CodecUtil_ConvPushBuffer(h, &ring, &buf, &size);
         }

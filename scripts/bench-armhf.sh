@@ -77,7 +77,8 @@ per_repeat() {
 
 n_aligns=$(wc -w <<<"$aligns")
 printf '%-28s %14s %10s %12s %8s\n' case instr/unit instr/byte memcpy/unit ratio
-row() {  # row NAME CASE UNITS [BASELINE_CASE]
+row() {  # row NAME CASE UNITS [BASELINE_CASE]; CASES=regex picks rows
+    [[ -n "${CASES:-}" && ! "$2" =~ $CASES ]] && return
     local units bytes mine base
     units=$(python3 -c "import sys,struct
 d=open(sys.argv[1],'rb').read(); i=0; n=-1; b=0
