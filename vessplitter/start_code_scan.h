@@ -1,7 +1,7 @@
 // Looking for start codes, the splitter's per-byte cost. A start code's 01
-// always follows a 00, and a 00 01 pair occurs nowhere else in a conforming
-// stream (emulation prevention), whereas a lone 01 byte turns up every 256
-// bytes of slice data: the kernels look for 00 01 pairs. One interface,
+// always follows a 00; in slice data a 00 01 pair turns up about once in
+// 64 KiB, a lone 01 every 256 bytes: the kernels look for 00 01 pairs and
+// the caller checks the byte before. One interface,
 // per-ISA kernels chosen once at load: NEON on 32-bit ARM when the CPU has
 // it (armhf does not promise it), SSE2 on x86-64, and a portable one.
 #pragma once
