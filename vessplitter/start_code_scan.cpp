@@ -35,13 +35,10 @@ struct Sse2 {
     static uint64_t pairs(const uint8_t* p) {
         return static_cast<uint32_t>(_mm_movemask_epi8(pair_lanes(load(p), load(p - 1))));
     }
-    static bool any_pairs64(const uint8_t* p) {
+    static bool any_ones64(const uint8_t* p) {
         const __m128i one = _mm_set1_epi8(1);
         __m128i m = _mm_cmpeq_epi8(load(p), one);
         for (int k = 16; k < 64; k += 16) m = _mm_or_si128(m, _mm_cmpeq_epi8(load(p + k), one));
-        if (_mm_movemask_epi8(m) == 0) return false;
-        m = pair_lanes(load(p), load(p - 1));
-        for (int k = 16; k < 64; k += 16) m = _mm_or_si128(m, pair_lanes(load(p + k), load(p + k - 1)));
         return _mm_movemask_epi8(m) != 0;
     }
     static Acc copy_first(uint8_t* dst, const uint8_t* src) {

@@ -44,8 +44,8 @@ inline OnesSpan pair_span_bytes(const uint8_t* src, int len) {
 
 // The loops shared by the vector kernels. V::pairs(p) looks at the 16 bytes
 // at p and the byte before each and returns a mask with V::kBits bits per
-// byte, byte 0 lowest, set where a 01 follows a 00; V::any_pairs64(p) tells
-// whether 64 bytes hold a pair, testing for any 01 first. V::Acc collects pair lanes while copying:
+// byte, byte 0 lowest, set where a 01 follows a 00; V::any_ones64(p) tells
+// whether 64 bytes hold a 01 at all. V::Acc collects pair lanes while copying:
 // V::copy_acc(dst, src, acc) copies 16 bytes, V::copy_first the first 16 of
 // a push (without the byte before), V::any(acc) tells whether any was seen.
 // Lane of the lowest set bit of a non-zero mask, in 32-bit halves: a 64-bit
@@ -62,7 +62,7 @@ int find_pair_blocks(const uint8_t* bytes, int i, int len) {
     for (; len - i >= 64; i += 64) {
         // A lone 01 turns up in a fifth of 64-byte blocks of slice data; a
         // pair almost never. The test for 01 alone is the cheaper one.
-        if (!V::any_pairs64(bytes + i)) continue;
+        if (!V::any_ones64(bytes + i)) continue;
         for (int k = 0; k < 64; k += 16)
             if (const uint64_t m = V::pairs(bytes + i + k); m != 0) return i + k + first_lane<V>(m);
     }

@@ -22,25 +22,15 @@ struct Neon {
         const uint32x2_t w = vreinterpret_u32_u8(vshrn_n_u16(vreinterpretq_u16_u8(m), 4));
         return static_cast<uint64_t>(vget_lane_u32(w, 1)) << 32 | vget_lane_u32(w, 0);
     }
-    static bool any_zero_lane(uint8x16_t m) {
-        uint8x8_t d = vpmin_u8(vget_low_u8(m), vget_high_u8(m));
-        d = vpmin_u8(d, d);  // the minima of all 16 in lanes 0 to 3
-        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
-    }
-    static bool any_pairs64(const uint8_t* p) {
-        // 01 bytes become 00 under xor 01: the lane minimum tells whether
-        // there is any 01; or-ing in the byte before, whether any pair.
+    static bool any_ones64(const uint8_t* p) {
+        // 01 bytes become 00 under xor 01: the lane minimum tells.
         const uint8x16_t one = vdupq_n_u8(1);
-        const uint8x16_t x0 = veorq_u8(vld1q_u8(p), one);
-        const uint8x16_t x1 = veorq_u8(vld1q_u8(p + 16), one);
-        const uint8x16_t x2 = veorq_u8(vld1q_u8(p + 32), one);
-        const uint8x16_t x3 = veorq_u8(vld1q_u8(p + 48), one);
-        if (!any_zero_lane(vminq_u8(vminq_u8(x0, x1), vminq_u8(x2, x3)))) return false;
-        const uint8x16_t y0 = vorrq_u8(x0, vld1q_u8(p - 1));
-        const uint8x16_t y1 = vorrq_u8(x1, vld1q_u8(p + 15));
-        const uint8x16_t y2 = vorrq_u8(x2, vld1q_u8(p + 31));
-        const uint8x16_t y3 = vorrq_u8(x3, vld1q_u8(p + 47));
-        return any_zero_lane(vminq_u8(vminq_u8(y0, y1), vminq_u8(y2, y3)));
+        const uint8x16_t a = vminq_u8(veorq_u8(vld1q_u8(p), one), veorq_u8(vld1q_u8(p + 16), one));
+        const uint8x16_t b = vminq_u8(veorq_u8(vld1q_u8(p + 32), one), veorq_u8(vld1q_u8(p + 48), one));
+        const uint8x16_t m = vminq_u8(a, b);
+        uint8x8_t d = vpmin_u8(vget_low_u8(m), vget_high_u8(m));
+        d = vpmin_u8(d, d);  // the minima of all 64 in lanes 0 to 3
+        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
     }
     // While copying, lanes hold (byte xor 01) | byte before: zero at a pair.
     static Acc copy_first(uint8_t* dst, const uint8_t* src) {
@@ -53,7 +43,11 @@ struct Neon {
         vst1q_u8(dst, v);
         acc = vminq_u8(acc, vorrq_u8(veorq_u8(v, vdupq_n_u8(1)), vld1q_u8(src - 1)));
     }
-    static bool any(Acc acc) { return any_zero_lane(acc); }
+    static bool any(Acc acc) {
+        uint8x8_t d = vpmin_u8(vget_low_u8(acc), vget_high_u8(acc));
+        d = vpmin_u8(d, d);
+        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
+    }
 };
 
 }  // namespace
