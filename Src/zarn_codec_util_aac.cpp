@@ -524,18 +524,31 @@ CODEC_UTIL_API void MakeAdtsHeader(tAudioSpecificConfig* pASC, unsigned char* at
     std::memcpy(atdsheader, header.data(), header.size());
 }
 
-CODEC_UTIL_API void SetATDSLen(unsigned char* atdsheader, int framelen) {
+namespace {
+
+// frame_length (13 bits) across bytes 3 to 5.
+inline void stamp_adts_length(unsigned char* h, int framelen) {
     const auto l = static_cast<uint32_t>(framelen) & 0x1FFF;
-    atdsheader[3] = static_cast<unsigned char>((atdsheader[3] & 0xFC) | (l >> 11));
-    atdsheader[4] = static_cast<unsigned char>(l >> 3);
-    atdsheader[5] = static_cast<unsigned char>((atdsheader[5] & 0x1F) | ((l & 7) << 5));
+    h[3] = static_cast<unsigned char>((h[3] & 0xFC) | (l >> 11));
+    h[4] = static_cast<unsigned char>(l >> 3);
+    h[5] = static_cast<unsigned char>((h[5] & 0x1F) | ((l & 7) << 5));
+}
+
+inline bool has_adts_header(const unsigned char* buffer, int len) {
+    // The fields tested end in byte 5.
+    if (buffer == nullptr || len < 6) return false;
+    if (buffer[0] != 0xFF || (buffer[1] & 0xF0) != 0xF0) return false;
+    return static_cast<int64_t>(adts_frame_length(buffer)) == len;
+}
+
+}  // namespace
+
+CODEC_UTIL_API void SetATDSLen(unsigned char* atdsheader, int framelen) {
+    stamp_adts_length(atdsheader, framelen);
 }
 
 CODEC_UTIL_API zarn_bool AdtsHeaderIsAdded(unsigned char* buffer, int len) {
-    // The fields tested end in byte 5.
-    if (buffer == nullptr || len < 6) return FALSE;
-    if (buffer[0] != 0xFF || (buffer[1] & 0xF0) != 0xF0) return FALSE;
-    return static_cast<int64_t>(adts_frame_length(buffer)) == len ? TRUE : FALSE;
+    return has_adts_header(buffer, len) ? TRUE : FALSE;
 }
 
 CODEC_UTIL_API eTrnsptError zarn_trnsptRead(void* data, int datalength, unsigned char* atdsheader,
@@ -588,7 +601,7 @@ zarn_uint8* CodecUtil_AAC_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
                                          CodecUtilBuffer_t* buffer, zarn_uint32* size) {
     CodecUtil_AAC_t* r = aac(base);
     // Sizes beyond INT_MAX read as negative and are never taken for ADTS.
-    if (AdtsHeaderIsAdded(buffer->data, static_cast<int>(buffer->size))) return buffer->data;
+    if (has_adts_header(buffer->data, static_cast<int>(buffer->size))) return buffer->data;
     if (!r->need_convert) return nullptr;
     const uint64_t length = static_cast<uint64_t>(buffer->size) + ADTS_HEADER_SIZE;
     RingSpace space;
@@ -597,10 +610,17 @@ zarn_uint8* CodecUtil_AAC_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
         *size = 0;
         return nullptr;
     }
-    SetATDSLen(r->ADTSHeader, static_cast<int>(length));
-    RingWriter out(space);
-    out.write(r->ADTSHeader, ADTS_HEADER_SIZE);
-    out.write(buffer->data, buffer->size);
+    stamp_adts_length(r->ADTSHeader, static_cast<int>(length));
+    if (!space.two_piece()) {
+        // The usual contiguous grant: a 7-byte copy the compiler inlines and
+        // one library copy of the payload.
+        std::memcpy(space.first, r->ADTSHeader, ADTS_HEADER_SIZE);
+        if (buffer->size != 0) std::memcpy(space.first + ADTS_HEADER_SIZE, buffer->data, buffer->size);
+    } else {
+        RingWriter out(space);
+        out.write(r->ADTSHeader, ADTS_HEADER_SIZE);
+        out.write(buffer->data, buffer->size);
+    }
     *size = space.length;
     return space.first;
 }

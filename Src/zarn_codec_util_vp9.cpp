@@ -22,6 +22,7 @@
 #include "codec_util_bytes.h"
 #include "codec_util_converter.h"
 #include "codec_util_ring.h"
+#include "codec_util_ticks.h"
 
 namespace {
 
@@ -31,7 +32,6 @@ constexpr uint32_t kIvfFileHeaderSize = 32;
 constexpr uint32_t kIvfFrameHeaderSize = 12;
 constexpr uint32_t kStoreSize = kIvfFileHeaderSize + kIvfFrameHeaderSize;
 constexpr uint64_t kNoTimestamp = 0xFFFFFFFFFFFFFFFEull;
-constexpr uint64_t kNsPer90kHzTick = 11111;
 
 using IvfFileHeader = std::array<uint8_t, kIvfFileHeaderSize>;
 using IvfFrameHeader = std::array<uint8_t, kIvfFrameHeaderSize>;
@@ -49,7 +49,7 @@ static_assert(make_ivf_file_header(1920, 1080, 30) ==
                             0x39, 0x30, 0x07, 0x80, 0x04, 0x38, 0x1E, 0x00, 0x00, 0x00});
 
 constexpr uint64_t ivf_timestamp(uint64_t timestamp_ns) {
-    return timestamp_ns == kNoTimestamp ? timestamp_ns : timestamp_ns / kNsPer90kHzTick;
+    return timestamp_ns == kNoTimestamp ? timestamp_ns : codec_util::ns_to_90khz(timestamp_ns);
 }
 
 constexpr IvfFrameHeader make_ivf_frame_header(uint32_t frame_size, uint64_t timestamp_ns) {

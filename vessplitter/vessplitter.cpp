@@ -23,14 +23,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <bit>
 #include <initializer_list>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "edr_debug.h"
+#include "start_code_scan.h"
 #include "vessplitter_internal.h"
 
 static_assert(offsetof(struct mirror_buffer, start) == 0);
@@ -46,6 +42,7 @@ constexpr const char* s_type_name[VES_TYPE_NUM] = {"IN", "BL", "EL", "MD"};
 constexpr int kInitialRing = 0x200000;  // 2 MiB
 constexpr int kRingStep = 0x10000;      // 64 KiB
 constexpr int kRingMax = 0x600000;      // 6 MiB
+constexpr int kFusedMax = 1024;         // longest push copied and searched in one pass
 constexpr uint64_t kNanoseconds = 1000000000;
 
 constexpr uint8_t kWrapEl = 0x7E;
@@ -119,12 +116,14 @@ VES_API void mirror_buffer_free(struct mirror_buffer* buf) {
 }
 
 // (at + len) modulo size; a subtraction in the usual case, as pushes of a
-// transport-stream packet each move both ends.
+// transport-stream packet each move both ends. at < size and 0 <= len, both
+// below 2^31: the sum fits 32 unsigned bits.
 static int ring_advance(int at, int len, int size) {
-    const int64_t v = static_cast<int64_t>(at) + len;
-    if (v < size) return static_cast<int>(v);
-    if (v - size < size) return static_cast<int>(v - size);
-    return static_cast<int>(v % size);
+    const uint32_t v = static_cast<uint32_t>(at) + static_cast<uint32_t>(len);
+    const auto n = static_cast<uint32_t>(size);
+    if (v < n) return static_cast<int>(v);
+    if (v - n < n) return static_cast<int>(v - n);
+    return static_cast<int>(v % n);
 }
 
 // Counts len bytes written at the write position as held.
@@ -426,113 +425,48 @@ void final_delivery(ves_splitter* split) {
         (void)deliver_layer(split, VES_EL, el.derived_pts != 0 ? el.derived_pts : el.original_pts);
 }
 
-#if defined(__SSE2__)
-// Bit k set where byte k of v is 01.
-uint32_t ones_of(__m128i v) {
-    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(1))));
-}
-
-// The same for the 16 bytes at p.
-uint32_t ones_mask(const uint8_t* p) {
-    return ones_of(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-}
-#endif
-
-// Offset of the first 01 byte in [i, len), or len. With SSE2, inline 16-byte
-// compares, the last block overlapping the one before: a transport-stream
-// packet's worth of bytes then costs less than a library call's setup.
-// Elsewhere memchr, which the C library vectorises where the CPU can.
-int find_byte_one(const uint8_t* bytes, int i, int len) {
-    if (i >= len) return len;
-#if defined(__SSE2__)
-    if (len < 16) {
-        for (; i < len; ++i)
-            if (bytes[i] == 1) return i;
-        return len;
-    }
-    for (; len - i > 32; i += 32) {
-        const uint32_t m = ones_mask(bytes + i) | ones_mask(bytes + i + 16) << 16;
-        if (m != 0) return i + std::countr_zero(m);
-    }
-    if (len - i > 16) {
-        if (const uint32_t m = ones_mask(bytes + i); m != 0) return i + std::countr_zero(m);
-        i += 16;
-    }
-    // The last 16 bytes, without those before i: already looked at, or
-    // before the span but inside the buffer.
-    const int at = len - 16;
-    const uint32_t m = ones_mask(bytes + at) >> (i - at);
-    return m != 0 ? i + std::countr_zero(m) : len;
-#else
-    const void* one = std::memchr(bytes + i, 1, static_cast<size_t>(len - i));
-    return one != nullptr ? static_cast<int>(static_cast<const uint8_t*>(one) - bytes) : len;
-#endif
-}
-
-// Where in a push the 01 bytes lie: none before `first`, none from `end` on.
-struct OnesSpan {
-    int first;
-    int end;
-};
-
-// Appends a start-code push to the ring. With SSE2, pushes up to a few
-// transport-stream packets are copied and looked at in one pass, so the scan
-// only visits the span between their first and last 01 (usually nothing, or
-// one byte); longer ones are copied by memcpy and scanned whole.
-OnesSpan append_push(mirror_buffer& ring, const uint8_t* data, int len) {
-#if defined(__SSE2__)
-    constexpr int kFusedMax = 1024;
+// Appends a start-code push to the ring. Pushes up to a few transport-stream
+// packets are copied and looked at in one pass, so the scan only visits the
+// span between their first and last 00 01 pair (nothing, but at start
+// codes); longer ones are copied by memcpy and scanned whole.
+OnesSpan append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const uint8_t* data,
+                     int len) {
     if (len >= 16 && len <= kFusedMax) {
-        uint8_t* dst = static_cast<uint8_t*>(ring.start) + ring.write;
-        OnesSpan span{len, len};
-        // Copies 16 bytes at `at`; bit k of the result is set where byte k was 01.
-        auto copy = [&](int at) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), v);
-            return ones_of(v);
-        };
-        auto note = [&](int at, uint32_t m) {
-            if (m == 0) return;
-            if (span.first == len) span.first = at + std::countr_zero(m);
-            span.end = at + 32 - std::countl_zero(m);
-        };
-        int i = 0;
-        for (; len - i > 32; i += 32) note(i, copy(i) | copy(i + 16) << 16);
-        for (; len - i > 16; i += 16) note(i, copy(i));
-        // The last 16 bytes, overlapping what was copied and looked at.
-        const int at = len - 16;
-        note(i, copy(at) >> (i - at));
+        const OnesSpan span = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write, data, len);
         ring_commit(&ring, len);
         return span;
     }
-#endif
     mirror_buffer_append(&ring, const_cast<uint8_t*>(data), len);
     return {0, len};
 }
 
 // Offset of the first 00 00 01 lying wholly in [from, len), or -1. Looks for
-// the rare 01 bytes first; a generic substring search costs several times
-// more per byte and dominated the push.
-int find_start_code(const uint8_t* bytes, int from, int len) {
-    for (int i = from + 2; (i = find_byte_one(bytes, i, len)) < len; i += 3) {
+// the rare 00 01 pairs first; a generic substring search costs several
+// times more per byte and dominated the push.
+int find_start_code(const StartCodeScanKernel& scan, const uint8_t* bytes, int from, int len) {
+    for (int i = from + 2; (i = scan.find_pair(bytes, i, len)) < len; i += 3) {
         // A later start code's 01 lies at least three bytes on.
-        if (bytes[i - 1] == 0 && bytes[i - 2] == 0) return i - 2;
+        if (bytes[i - 2] == 0) return i - 2;
     }
     return -1;
+}
+
+// A push without 00 01 while a unit is held: the held unit only grows (all
+// transport-stream packets of a slice but its first).
+int held_unit_grows(ves_splitter* split, uint64_t pts) {
+    const int len = split->buf.len;
+    split->scan_search = len - 2 > split->scan_cursor ? len - 2 : split->scan_cursor;
+    split->remain_pts = pts;
+    return 0;
 }
 
 // Start-code input: the ring's whole content. Units end where the next start
 // code begins; the last one stays held until its end is known.
 // `ones` tells where in the new bytes a start code's 01 may lie.
-int push_start_codes(ves_splitter* split, int veslen, OnesSpan ones, uint64_t pts) {
+[[gnu::noinline]] int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int veslen,
+                                      OnesSpan ones, uint64_t pts) {
     mirror_buffer& ring = split->buf;
-    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) {
-        // No 01 in the push: the held unit only grows (most transport-stream
-        // packets of a slice).
-        split->scan_search = ring.len - 2 > split->scan_cursor ? ring.len - 2 : split->scan_cursor;
-        split->remain_pts = pts;
-        return 0;
-    }
+    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) return held_unit_grows(split, pts);
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
     bool pending = split->scan_pending != 0;
@@ -543,7 +477,7 @@ int push_start_codes(ves_splitter* split, int veslen, OnesSpan ones, uint64_t pt
     if (d.held + ones.first - 2 > search) search = d.held + ones.first - 2;
     const int limit = d.held + ones.end;
     while (search < limit) {
-        const int m = find_start_code(d.bytes, search, limit);
+        const int m = find_start_code(scan, d.bytes, search, limit);
         if (m < 0) break;
         const int sc = m != cursor && d.bytes[m - 1] == 0 ? m - 1 : m;
         cursor = search = m + 3;
@@ -641,7 +575,7 @@ int push_lengths(ves_splitter* split, uint8_t* data, int veslen, uint64_t pts) {
 // beyond 6 MiB.
 int grow_ring(ves_splitter* split, int veslen) {
     mirror_buffer& ring = split->buf;
-    if (static_cast<int64_t>(ring.size) - ring.len >= veslen) return 0;
+    if (ring.size - ring.len >= veslen) return 0;  // 0 <= len <= size: no overflow
     const int64_t held_and_new = static_cast<int64_t>(ring.len) + veslen;
     const int64_t stepped = static_cast<int64_t>(ring.size) + kRingStep;
     const int64_t want = held_and_new > stepped ? held_and_new : stepped;
@@ -860,16 +794,15 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
     return 0;
 }
 
-VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
-    ves_splitter* split = as_splitter(s);
-    if (split == nullptr || veslen < 0 || (vesdata == nullptr && veslen > 0) || split->failed != 0)
-        return -1;
+// Every push but the common one ves_split_push takes itself.
+[[gnu::noinline]] static int push_general(ves_splitter* split, void* vesdata, int veslen, uint64_t pts) {
     EDR_LOG(kLvUnit, "%s:%d nal_length_size %d, len %d, pts %lld, buffered len %d\n",
             split->nal_length_size, veslen, ll(pts), split->buf.len);
     OnesSpan ones{0, veslen};
+    const StartCodeScanKernel& scan = start_code_scan();
     if (split->nal_length_size == 0) {
         if (grow_ring(split, veslen) != 0) return -1;
-        ones = append_push(split->buf, static_cast<const uint8_t*>(vesdata), veslen);
+        ones = append_push(split->buf, scan, static_cast<const uint8_t*>(vesdata), veslen);
     } else if (split->sps_pps_nal_units_size > 0) {
         const int n = split->sps_pps_nal_units_size;
         EDR_LOG(kLvState, "%s:%d push SPS/PPS %d bytes\n", n);
@@ -888,8 +821,29 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
                 ll(split->dump_pos[VES_MIX]), ll(pts));
         split->dump_pos[VES_MIX] += std::fwrite(vesdata, 1, static_cast<size_t>(veslen), dump);
     }
-    if (split->nal_length_size == 0) return push_start_codes(split, veslen, ones, pts);
+    if (split->nal_length_size == 0) return push_start_codes(split, scan, veslen, ones, pts);
     return push_lengths(split, static_cast<uint8_t*>(vesdata), veslen, pts);
+}
+
+VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
+    ves_splitter* split = as_splitter(s);
+    if (split == nullptr || veslen < 0 || (vesdata == nullptr && veslen > 0) || split->failed != 0)
+        return -1;
+    // Most pushes are a transport-stream packet's worth in the middle of a
+    // slice: copied with the pair search and, without a start code, only
+    // counted. Kept apart so that nothing else's set-up is paid for them.
+    mirror_buffer& ring = split->buf;
+    if (split->nal_length_size == 0 && split->scan_pending != 0 && veslen >= 16 &&
+        veslen <= kFusedMax && ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) &&
+        split->dump_files[VES_MIX] == nullptr) {
+        const StartCodeScanKernel& scan = start_code_scan();
+        const OnesSpan ones = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write,
+                                             static_cast<const uint8_t*>(vesdata), veslen);
+        ring_commit(&ring, veslen);
+        if (ones.first != veslen) return push_start_codes(split, scan, veslen, ones, pts);
+        return held_unit_grows(split, pts);
+    }
+    return push_general(split, vesdata, veslen, pts);
 }
 
 VES_API int ves_split_flush(void* s) {

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
+#include "codec_util_ticks.h"
 #include "payload_test_util.h"
 #include "zarn_codec_util_priv.h"
 
@@ -53,6 +56,22 @@ TEST(Vp9, ZeroFrameRateAndSizeTruncation) {
     ASSERT_EQ(o.size, 46u);
     EXPECT_EQ(Bytes(o.bytes.begin() + 12, o.bytes.begin() + 20), hex("02 80 FF FF 00 00 00 00"));
     Zarn_CodecUtil_Destroy(h);
+}
+
+// The 32-bit long division against the 64-bit one: every input near the
+// digit and word boundaries and near multiples of the divisor there, then
+// random ones.
+TEST(Vp9, TickDivisionMatchesTheDivide) {
+    auto same = [](uint64_t ns) {
+        ASSERT_EQ(codec_util::ns_to_90khz_by_digits(ns), ns / 11111) << ns;
+    };
+    for (int bit = 0; bit < 64; ++bit) {
+        const uint64_t p = uint64_t{1} << bit;
+        for (uint64_t base : {p, p / 11111 * 11111, ~uint64_t{0} - p + 1})
+            for (uint64_t k = 0; k < 2 * 11111; ++k) same(base - 11111 + k);
+    }
+    std::mt19937_64 rng(90000);
+    for (int i = 0; i < 1000000; ++i) same(rng() >> (i % 64));
 }
 
 TEST(Vp9, NotInTheDispatcher) {
