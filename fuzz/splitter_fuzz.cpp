@@ -27,6 +27,15 @@ int deliver(void* param, enum ves_type type, void* data, int len, uint64_t) {
     return ++s->calls == s->fail_at ? -1 : 0;
 }
 
+// The push may rewrite its input in place, and an exact-size copy lets ASan
+// see a read past the chunk.
+void push_copy(void* s, const uint8_t* data, size_t n, uint64_t pts) {
+    auto* copy = new uint8_t[n];
+    std::memcpy(copy, data, n);
+    ves_split_push(s, copy, static_cast<int>(n), pts);
+    delete[] copy;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -56,10 +65,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint64_t pts = 0;
     for (size_t off = 0; off < size; off += chunk) {
         const size_t n = size - off < chunk ? size - off : chunk;
-        ves_split_push(s, const_cast<uint8_t*>(data + off), static_cast<int>(n), pts += 3000);
+        push_copy(s, data + off, n, pts += 3000);
     }
     ves_split_flush(s);
-    if (size > 0) ves_split_push(s, const_cast<uint8_t*>(data), static_cast<int>(size < chunk ? size : chunk), pts);
+    if (size > 0) push_copy(s, data, size < chunk ? size : chunk, pts);
     ves_split_free(s);
     return 0;
 }
