@@ -49,6 +49,7 @@ void drop_header_packets(CodecUtil_Vorbis_t* r) {
     if (r->hdr_frame_size != nullptr) codec_util_free(&r->base, r->hdr_frame_size);
     r->hdr_frame_size = nullptr;
     r->hdr_frame_num = 0;
+    r->hdr_frame_offset = 0;
 }
 
 // Splits vorbisParam.codecdata into its header packets. False only when the
@@ -141,7 +142,9 @@ int emit_push(Sink& out, const CodecUtil_Vorbis_t* r, const CodecUtilBuffer_t* b
         out.write(data, size);
         packageno = next_packet_count(packageno);
     };
-    const uint8_t* hdr = r->vorbisParam.codecdata + r->hdr_frame_offset;
+    // codecdata may be NULL when no header packets are pending: no offset
+    // is taken from it then.
+    const uint8_t* hdr = r->hdr_frame_num > 0 ? r->vorbisParam.codecdata + r->hdr_frame_offset : nullptr;
     for (zarn_sint32 i = 0; i < r->hdr_frame_num; ++i) {
         const uint32_t size = r->hdr_frame_size[i];
         packet(hdr, size);

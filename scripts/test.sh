@@ -18,3 +18,4 @@ cmake -S . -B build/armhf -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCODECUTIL
     -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake -DCODECUTIL_TOOLS=OFF -DCODECUTIL_MEDIA_TESTS=OFF
 cmake --build build/armhf -j "$jobs"
 ctest --test-dir build/armhf -j "$jobs" --output-on-failure
+scripts/ci-robust.sh

@@ -674,7 +674,12 @@ bool parse_hevc_record(RecordReader& r, UnitBlock& b) {
 // in byte 4, numOfSequenceParameterSets in byte 5, then SPS units, the PPS
 // count and PPS units.
 bool parse_avc_record(RecordReader& r, UnitBlock& b) {
-    const uint32_t sps = r.u8() & 0x1F;
+    // A 5-byte record ends before numOfSequenceParameterSets.
+    if (!r.has(1)) {
+        EDR_LOG_AS("ves_split_set_codec_data", kLvError, kWrongAvc, r.pos, 0, r.len);
+        return false;
+    }
+    const uint32_t sps = r.u8() & 0x1F;  // numOfSequenceParameterSets
     EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num SPS %d\n", b.nls,
                static_cast<int>(sps));
     if (!copy_units(r, b, sps, "SPS", kWrongAvc)) return false;

@@ -200,3 +200,12 @@ TEST(VorbisConverter, PendingHeaderPacketsAreReleased) {
 }
 
 }  // namespace
+
+// A record without codec data after header packets were split leaves no
+// offset into the (now NULL) codec data: the push frames the audio alone.
+TEST(VorbisConverter, RecordWithoutCodecDataAfterHeaderPackets) {
+    Vorbis v(cat({{0x01, 0x02}, ramp(5)}));
+    CodecUtilVorbisParam_t p{nullptr, 0, nullptr, nullptr, nullptr};
+    EXPECT_TRUE(Zarn_CodecUtil_SetParam(v.h, &p));
+    EXPECT_EQ(v.push_packets({1}).size(), 1u);
+}

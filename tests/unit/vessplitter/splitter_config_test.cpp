@@ -72,6 +72,9 @@ TEST(SplitterCodecData, RecordsTable) {
         // The SPS runs past the end: reported at its first byte, offset 8.
         {"avc_sps_past_end", VES_AVC, {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x0A, 0x67}, -1, 4, {},
          "wrong AVC codec data, pos 8, nalUnitLength 10, len 9"},
+        // Ends right before numOfSequenceParameterSets.
+        {"avc_len_5", VES_AVC, {1, 0x64, 0, 0x1F, 0xFF}, -1, 4, {},
+         "wrong AVC codec data, pos 5, nalUnitLength 0, len 5"},
         // Ends inside the SPS length field.
         {"avc_cut_length", VES_AVC, {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00}, -1, 4, {},
          "wrong AVC codec data, pos 6, nalUnitLength 0, len 7"},
