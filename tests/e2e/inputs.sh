@@ -4,7 +4,7 @@
 # resolution decodes frame for frame like its own packets, so the new
 # parameter sets reached the decoder; a ring too small for any unit is a
 # problem (exit 3), not a success, as is a truncated file; neither leaves an
-# output file behind.
+# output file behind, nor does an interrupted run.
 source "$(dirname "$0")/lib.bash"
 
 x265_quiet=(-x265-params log-level=error)
@@ -50,4 +50,22 @@ avc.ts      3 --ring-size=1 h264:dropped == packets and bytes_out == 0
 ROWS
 grep -q "all 30 units were dropped" err.txt || fail "dropped units not reported: $(cat err.txt)"
 expect_exit 0 report.json err.txt "$CODECUTIL" convert avc.ts --json -o r1 --ring-size=1 --allow-warnings
+
+# Interrupted mid-run: the input is a FIFO that stalls half-way, so the tool
+# is surely inside the run with its output staged when SIGINT arrives.
+mkfifo stall.ts
+"$CODECUTIL" convert stall.ts -o stalled >/dev/null 2>&1 &
+tool=$!
+exec 3>stall.ts
+head -c $(($(stat -c %s avc.ts) / 2)) avc.ts >&3
+for _ in $(seq 100); do
+    [[ -n $(ls -A stalled 2>/dev/null) ]] && break
+    sleep 0.2
+done
+kill -INT "$tool"
+status=0
+wait "$tool" || status=$?
+exec 3>&-
+[[ $status -eq 130 ]] || fail "SIGINT: exit $status, expected 130"
+[[ -z $(ls -A stalled) ]] || fail "SIGINT left files: $(ls -A stalled)"
 echo "ok: inputs"
