@@ -51,6 +51,16 @@ ROWS
 grep -q "all 30 units were dropped" err.txt || fail "dropped units not reported: $(cat err.txt)"
 expect_exit 0 report.json err.txt "$CODECUTIL" convert avc.ts --json -o r1 --ring-size=1 --allow-warnings
 
+# The same splice for AAC: the second half's sample rate reaches the decoder
+# as a new ADTS configuration, which inspect lists as a change.
+ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i sine=r=44100 -t 1 -c:a aac a1.flv
+ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i sine=r=22050 -t 1 -c:a aac -output_ts_offset 1.2 a2.flv
+{ cat a1.flv; tail -c +14 a2.flv; } >spliced_aac.flv
+expect_exit 0 report.json err.txt "$CODECUTIL" convert spliced_aac.flv --json -o aac
+check_report report.json --input spliced_aac.flv --streams 1 --expect "0:aac:converted == packets and param_changes == 1"
+"$CODECUTIL" inspect aac/stream0.aac --format adts >adts.txt || fail "inspect refused the spliced ADTS"
+[[ $(grep -c "^change offset" adts.txt) -eq 1 ]] || fail "the new configuration is not in the ADTS: $(grep -v ^frame adts.txt)"
+
 # Interrupted mid-run: the input is a FIFO that stalls half-way, so the tool
 # is surely inside the run with its output staged when SIGINT arrives.
 mkfifo stall.ts
