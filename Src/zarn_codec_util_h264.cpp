@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "codec_util_config_record.h"
 #include "codec_util_converter.h"
 #include "codec_util_nal.h"
 
@@ -29,42 +30,22 @@ struct CodecUtil_H264_t {
 static_assert(std::is_standard_layout_v<CodecUtil_H264_t>);
 static_assert(offsetof(CodecUtil_H264_t, base) == 0);
 
-// configurationVersion, AVCProfileIndication, profile_compatibility,
-// AVCLevelIndication, lengthSizeMinusOne, numOfSequenceParameterSets.
-constexpr uint32_t kConfigHeaderSize = 6;
+// Bytes of the AVC record up to and including numOfSequenceParameterSets.
+constexpr uint32_t kConfigHeaderSize = kAvcNumSpsOffset + 1;
 
 CodecUtil_H264_t* h264(CodecUtilBase_t* base) { return record_of<CodecUtil_H264_t>(base); }
 
-// Walks the SPS entries, the PPS count and the PPS entries of an AVC decoder
-// configuration record, emitting 00 00 00 01 + NAL unit for each. A record
-// cut short is taken up to the cut: an entry whose bytes run past the end
-// contributes what is there and ends the walk; an entry length field or the
-// PPS count byte that is missing ends it too. Reads nothing past `size`.
+// Emits 00 00 00 01 + NAL unit for each SPS and PPS entry of an AVC
+// decoder configuration record. A record cut short is taken up to the cut:
+// an entry whose bytes run past the end contributes what is there and ends
+// the walk; a missing length field or PPS count ends it too.
 template <class Sink>
 void walk_avc_config(Sink& sink, const uint8_t* data, uint32_t size) {
-    const uint8_t* const end = data + size;
-    const uint8_t* p = data + kConfigHeaderSize;
-    // Emits one entry; false ends the walk.
-    auto entry = [&]() -> bool {
-        if (end - p < 2) return false;
-        const uint32_t length = read_be16_unchecked(p);
-        const auto follow = static_cast<uint32_t>(end - p - 2);
+    (void)walk_avc_record({data, size}, [](const char*, uint32_t) {}, [&](const RecordEntry& e) {
         sink.write(kStartCode);
-        if (follow < length) {
-            sink.write(p + 2, follow);
-            return false;
-        }
-        sink.write(p + 2, length);
-        p += 2 + length;
+        sink.write(e.data, e.available);
         return true;
-    };
-    const unsigned num_sps = data[5] & 0x1F;  // numOfSequenceParameterSets
-    for (unsigned i = 0; i < num_sps; ++i)
-        if (!entry()) return;
-    if (p >= end) return;
-    const unsigned num_pps = *p++;  // numOfPictureParameterSets
-    for (unsigned i = 0; i < num_pps; ++i)
-        if (!entry()) return;
+    });
 }
 
 // Always TRUE except when the blob cannot be allocated (FALSE, and
@@ -90,7 +71,7 @@ zarn_bool CodecUtil_H264_SetParam(CodecUtilBase_t* base, void* param) {
     }
     r->need_convert = TRUE;
     CODEC_UTIL_TRACE("H264 codec data size:%d", static_cast<int>(p->size));
-    r->nal_length_size = (p->data[4] & 0x03) + 1;  // lengthSizeMinusOne
+    r->nal_length_size = record_nal_length_size({p->data, p->size}, false);
     if (!store_blob(r, [&](auto& sink) { walk_avc_config(sink, p->data, p->size); })) {
         r->need_convert = FALSE;
         return FALSE;

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "codec_util_config_record.h"
 #include "codec_util_converter.h"
 #include "codec_util_nal.h"
 
@@ -28,44 +29,28 @@ struct CodecUtil_H265_t {
 static_assert(std::is_standard_layout_v<CodecUtil_H265_t>);
 static_assert(offsetof(CodecUtil_H265_t, base) == 0);
 
-// Bytes 0..20 general profile/level fields, 21 lengthSizeMinusOne (low 2
-// bits), 22 numOfArrays, arrays from 23.
-constexpr uint32_t kLengthSizeOffset = 21;
-constexpr uint32_t kNumArraysOffset = 22;
-constexpr uint32_t kArraysOffset = 23;
+// Bytes of the HEVC record before its first array.
+constexpr uint32_t kArraysOffset = kHevcNumArraysOffset + 1;
 
 CodecUtil_H265_t* h265(CodecUtilBase_t* base) { return record_of<CodecUtil_H265_t>(base); }
 
-// Walks the NAL-unit arrays, emitting 00 00 00 01 + NAL unit for each entry.
+// Emits 00 00 00 01 + NAL unit for each entry of the record's arrays.
 // Returns false at the first entry that overruns the record, or at an array
 // header or length field cut by its end, logging the position reached.
 template <class Sink>
 [[nodiscard]] bool walk_hevc_config(Sink& sink, const uint8_t* data, uint32_t size, bool log) {
-    uint32_t pos = kArraysOffset;
-    auto overrun = [&](uint32_t length) {
-        if (log)
-            CODEC_UTIL_ERROR("wrong data, pos %d, nalUnitLength %d, sizeof_buf %d",
-                             static_cast<int>(pos), static_cast<int>(length),
-                             static_cast<int>(size));
-        return false;
-    };
-    const unsigned num_arrays = data[kNumArraysOffset];
-    for (unsigned a = 0; a < num_arrays; ++a) {
-        // array_completeness, NAL_unit_type, numNalus
-        if (size - pos < 3) return overrun(0);
-        const uint32_t num_nalus = read_be16_unchecked(data + pos + 1);
-        pos += 3;
-        for (uint32_t n = 0; n < num_nalus; ++n) {
-            if (size - pos < 2) return overrun(0);
-            const uint32_t length = read_be16_unchecked(data + pos);  // nalUnitLength
-            pos += 2;
-            if (length > size - pos) return overrun(length);
+    const RecordWalk w = walk_hevc_record({data, size}, [&](const RecordEntry& e) {
+        if (e.complete()) {
             sink.write(kStartCode);
-            sink.write(data + pos, length);
-            pos += length;
+            sink.write(e.data, e.length);
         }
-    }
-    return true;
+        return true;
+    });
+    if (w.stop == RecordStop::kEnd) return true;
+    if (log)
+        CODEC_UTIL_ERROR("wrong data, pos %d, nalUnitLength %d, sizeof_buf %d", static_cast<int>(w.pos),
+                         static_cast<int>(w.length), static_cast<int>(size));
+    return false;
 }
 
 // TRUE, or FALSE when an entry (or an array header or length field) runs
@@ -87,7 +72,7 @@ zarn_bool CodecUtil_H265_SetParam(CodecUtilBase_t* base, void* param) {
         r->need_convert = FALSE;
         return FALSE;
     }
-    r->nal_length_size = (p->data[kLengthSizeOffset] & 0x03) + 1;
+    r->nal_length_size = record_nal_length_size({p->data, p->size}, true);
     CODEC_UTIL_TRACE("H265 codec data size:%d, NAL len size %d", static_cast<int>(p->size),
                      r->nal_length_size);
     r->need_convert = TRUE;

@@ -24,7 +24,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <span>
 
+#include "codec_util_config_record.h"
 #include "edr_debug.h"
 #include "start_code_scan.h"
 #include "vessplitter_internal.h"
@@ -596,19 +598,6 @@ ves_splitter* as_splitter(void* s) { return static_cast<ves_splitter*>(s); }
 
 // ---- Codec data ---------------------------------------------------------
 
-struct RecordReader {
-    const uint8_t* rec;
-    int len;
-    int pos;
-    bool has(int n) const { return static_cast<int64_t>(pos) + n <= len; }
-    uint32_t u8() { return rec[pos++]; }
-    uint32_t u16() {
-        const uint32_t v = read_be(rec + pos, 2);
-        pos += 2;
-        return v;
-    }
-};
-
 struct UnitBlock {
     uint8_t* out;
     int cap;
@@ -622,75 +611,36 @@ void append_unit(UnitBlock& b, const uint8_t* unit, uint32_t n) {
     b.size += static_cast<int>(n);
 }
 
-// Reads count units of a 2-byte length and the unit each; what for naming
-// them in the trace ("SPS", "PPS" or "SPS/PPS"). False when a length or unit
-// runs past the record (reported with the record's error message).
-bool copy_units(RecordReader& r, UnitBlock& b, uint32_t count, const char* what, const char* err_fmt) {
-    for (uint32_t i = 0; i < count; ++i) {
-        if (!r.has(2)) {
-            EDR_LOG_AS("ves_split_set_codec_data", kLvError, err_fmt, r.pos, 0, r.len);
-            return false;
-        }
-        const uint32_t n = r.u16();
+// Copies the record's parameter sets into the block, each behind a length
+// prefix of the stream's own size. False when an entry or a field runs past
+// the record (reported with the record's error message).
+bool parse_record(std::span<const uint8_t> rec, bool hevc, UnitBlock& b) {
+    auto on_entry = [&](const codecutil::RecordEntry& e) {
         EDR_LOG_AS("ves_split_set_codec_data", kLvUnit, "%s:%d %s at %d, size %d, sps_pps_nal_units_size %d\n",
-                   what, r.pos, static_cast<int>(n), b.size);
-        if (!r.has(static_cast<int>(n))) {
-            EDR_LOG_AS("ves_split_set_codec_data", kLvError, err_fmt, r.pos, static_cast<int>(n), r.len);
-            return false;
-        }
+                   e.what, static_cast<int>(e.pos), static_cast<int>(e.length), b.size);
+        if (!e.complete()) return true;  // the walk stops on it as an overrun
         // Each 2-byte length becomes at most 4: the block of twice the
         // record's length always has room; checked all the same.
-        if (static_cast<int64_t>(b.size) + b.nls + n > b.cap) return false;
-        append_unit(b, r.rec + r.pos, n);
-        r.pos += static_cast<int>(n);
-    }
-    return true;
-}
-
-constexpr const char* kWrongHevc = "%s:%d wrong HEVC codec data, pos %d, nalUnitLength %d, len %d\n";
-constexpr const char* kWrongAvc = "%s:%d wrong AVC codec data, pos %d, nalUnitLength %d, len %d\n";
-
-// HEVCDecoderConfigurationRecord (ISO/IEC 14496-15 8.3.3.1): lengthSizeMinusOne
-// in byte 21, numOfArrays in byte 22, arrays from 23.
-bool parse_hevc_record(RecordReader& r, UnitBlock& b) {
-    if (!r.has(1)) {
-        EDR_LOG_AS("ves_split_set_codec_data", kLvError, kWrongHevc, r.pos, 0, r.len);
+        if (static_cast<int64_t>(b.size) + b.nls + e.length > b.cap) return false;
+        append_unit(b, e.data, e.length);
+        return true;
+    };
+    auto on_count = [&](const char* what, uint32_t n) {
+        EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num %s %d\n", b.nls, what,
+                   static_cast<int>(n));
+    };
+    const codecutil::RecordWalk w =
+        hevc ? codecutil::walk_hevc_record(rec, on_entry) : codecutil::walk_avc_record(rec, on_count, on_entry);
+    switch (w.stop) {
+    case codecutil::RecordStop::kEnd: return true;
+    case codecutil::RecordStop::kRefused: return false;
+    default:
+        EDR_LOG_AS("ves_split_set_codec_data", kLvError,
+                   hevc ? "%s:%d wrong HEVC codec data, pos %d, nalUnitLength %d, len %d\n"
+                        : "%s:%d wrong AVC codec data, pos %d, nalUnitLength %d, len %d\n",
+                   static_cast<int>(w.pos), static_cast<int>(w.length), static_cast<int>(rec.size()));
         return false;
     }
-    const uint32_t arrays = r.u8();  // numOfArrays
-    for (uint32_t a = 0; a < arrays; ++a) {
-        if (!r.has(3)) {
-            EDR_LOG_AS("ves_split_set_codec_data", kLvError, kWrongHevc, r.pos, 0, r.len);
-            return false;
-        }
-        r.pos += 1;  // array_completeness, NAL_unit_type: every unit is taken
-        const uint32_t count = r.u16();  // numNalus
-        if (!copy_units(r, b, count, "SPS/PPS", kWrongHevc)) return false;
-    }
-    return true;
-}
-
-// AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1): lengthSizeMinusOne
-// in byte 4, numOfSequenceParameterSets in byte 5, then SPS units, the PPS
-// count and PPS units.
-bool parse_avc_record(RecordReader& r, UnitBlock& b) {
-    // A 5-byte record ends before numOfSequenceParameterSets.
-    if (!r.has(1)) {
-        EDR_LOG_AS("ves_split_set_codec_data", kLvError, kWrongAvc, r.pos, 0, r.len);
-        return false;
-    }
-    const uint32_t sps = r.u8() & 0x1F;  // numOfSequenceParameterSets
-    EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num SPS %d\n", b.nls,
-               static_cast<int>(sps));
-    if (!copy_units(r, b, sps, "SPS", kWrongAvc)) return false;
-    if (!r.has(1)) {
-        EDR_LOG_AS("ves_split_set_codec_data", kLvError, kWrongAvc, r.pos, 0, r.len);
-        return false;
-    }
-    const uint32_t pps = r.u8();  // numOfPictureParameterSets
-    EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num PPS %d\n", b.nls,
-               static_cast<int>(pps));
-    return copy_units(r, b, pps, "PPS", kWrongAvc);
 }
 
 void drop_parameter_sets(ves_splitter* split) {
@@ -763,21 +713,15 @@ VES_API int ves_split_set_codec_data(void* s, void* codec_data, int len) {
             EDR_LOG(kLvError, "%s:%d invalid AVC codec_data, len is %d\n", len);
         return -1;
     }
-    split->nal_length_size = (rec[hevc ? 21 : 4] & 3) + 1;
+    const std::span<const uint8_t> record(rec, static_cast<size_t>(len));
+    split->nal_length_size = codecutil::record_nal_length_size(record, hevc);
     const int64_t cap = 2 * static_cast<int64_t>(len);
     if (cap > INT_MAX) return -1;
     split->sps_pps_nal_units = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(cap)));
     if (split->sps_pps_nal_units == nullptr) return -1;
     UnitBlock block{split->sps_pps_nal_units, static_cast<int>(cap), 0, split->nal_length_size};
-    bool ok;
-    if (hevc) {
-        EDR_LOG(kLvTime, "%s:%d nal_length_size is %d\n", split->nal_length_size);
-        RecordReader r{rec, len, 22};
-        ok = parse_hevc_record(r, block);
-    } else {
-        RecordReader r{rec, len, 5};
-        ok = parse_avc_record(r, block);
-    }
+    if (hevc) EDR_LOG(kLvTime, "%s:%d nal_length_size is %d\n", split->nal_length_size);
+    const bool ok = parse_record(record, hevc, block);
     if (!ok) {
         drop_parameter_sets(split);
         return -1;

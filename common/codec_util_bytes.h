@@ -1,4 +1,5 @@
-// Big/little-endian packing and reading shared by the converters.
+// Big/little-endian packing and reading shared by the converters and the
+// splitter.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +11,6 @@ namespace codecutil {
 constexpr void put_be16(std::span<uint8_t> out, uint32_t v) {
     out[0] = static_cast<uint8_t>(v >> 8);
     out[1] = static_cast<uint8_t>(v);
-}
-constexpr void put_be24(std::span<uint8_t> out, uint32_t v) {
-    out[0] = static_cast<uint8_t>(v >> 16);
-    out[1] = static_cast<uint8_t>(v >> 8);
-    out[2] = static_cast<uint8_t>(v);
 }
 constexpr void put_be32(std::span<uint8_t> out, uint32_t v) {
     out[0] = static_cast<uint8_t>(v >> 24);
