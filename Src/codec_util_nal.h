@@ -70,11 +70,6 @@ struct NalScan {
         p += length;
         remaining -= length;
     }
-    // Cannot fail after the walk above; kept as the explicit consistency check
-    // of prefix bytes against payload bytes.
-    if (static_cast<uint64_t>(size) - static_cast<uint64_t>(scan.count) * nal_length_size <
-        scan.total)
-        return NalScan{};
     scan.ok = true;
     return scan;
 }
