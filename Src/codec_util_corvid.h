@@ -147,21 +147,22 @@ zarn_uint8* passthrough_push(CodecUtilBase_t* base, void* stream, CodecUtilBuffe
                              zarn_uint32* size) {
     R* r = record_of<R>(base);
     if (r->header == nullptr) return nullptr;
-    const uint64_t total = static_cast<uint64_t>(buffer->size) + kPayloadHeaderSize +
-                           (r->is_first_frame ? kPayloadHeaderSize : 0);
-    if (total > UINT32_MAX) return nullptr;
+    // The stored configuration header; the frame's differs in its start code
+    // and length.
+    const std::span<const uint8_t> config(r->header, kPayloadHeaderSize);
+    PayloadHeader frame{};
+    std::memcpy(frame.data(), config.data(), kPayloadHeaderSize);
+    frame[3] = kScodeFrame;
+    put_payload_length(frame, buffer->size);
+    const bool first = r->is_first_frame != FALSE;
     RingSpace space;
-    if (!request_space(nullptr, stream, static_cast<uint32_t>(total), space)) return nullptr;
-    RingWriter out(space);
-    const std::span<uint8_t> header(r->header, kPayloadHeaderSize);
-    if (r->is_first_frame) {
-        out.write(header);
-        header[3] = kScodeFrame;
-        r->is_first_frame = FALSE;
-    }
-    put_payload_length(header, buffer->size);
-    out.write(header);
-    out.write(buffer->data, buffer->size);
+    if (!write_measured(nullptr, stream, space, [&](auto& out) {
+            if (first) out.write(config);
+            out.write(frame);
+            out.write(buffer->data, buffer->size);
+        }))
+        return nullptr;
+    r->is_first_frame = FALSE;
     *size = space.length;
     return space.first;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -118,25 +119,38 @@ public:
     void write(const std::array<uint8_t, N>&) {
         written_ += N;
     }
+    // Rewrites bytes already counted: nothing to measure.
+    template <size_t N>
+    void overwrite(uint32_t, const std::array<uint8_t, N>&) {}
     [[nodiscard]] uint64_t written() const { return written_; }
 
 private:
     uint64_t written_ = 0;
 };
 
-// Runs `emit` once on a CountingSink to measure the unit, asks for exactly
-// that much space and runs it again on a RingWriter there. Returns false,
-// writing nothing, when the length passes 32 bits or no space is granted.
+// Length of what `emit` writes.
+template <class Emit>
+[[nodiscard]] uint64_t measure(Emit&& emit) {
+    CountingSink sink;
+    emit(sink);
+    return sink.written();
+}
+
+// The one way a converter writes a unit: `emit` describes the output once,
+// it runs on a CountingSink to measure the unit, then, in exactly that much
+// space, on a RingWriter. `emit` must not change the converter's state (the
+// caller does that after success), so both runs describe the same bytes.
+// Returns false, writing nothing, when the length passes 32 bits or no space
+// is granted.
 template <class Emit>
 [[nodiscard]] bool write_measured(CodecUtilGetBufFunc_t getbuf, void* stream, RingSpace& space,
                                   Emit&& emit) {
-    CountingSink measure;
-    emit(measure);
-    if (measure.written() > UINT32_MAX ||
-        !request_space(getbuf, stream, static_cast<uint32_t>(measure.written()), space))
+    const uint64_t length = measure(emit);
+    if (length > UINT32_MAX || !request_space(getbuf, stream, static_cast<uint32_t>(length), space))
         return false;
     RingWriter out(space);
     emit(out);
+    assert(out.written() == space.length);
     return true;
 }
 

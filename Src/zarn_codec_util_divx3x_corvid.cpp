@@ -102,18 +102,17 @@ zarn_uint8* divx_corvid_push_buffer(CodecUtilBase_t* h, void* stream, CodecUtilB
     const zarn_uint8* inbuf = in_buf->data;
     const zarn_uint32 insize = in_buf->size;
     divx_corvid_generate_payload_header(r, insize);
-    const uint64_t total = static_cast<uint64_t>(r->payload_data_len) + insize;
+    auto emit = [&](auto& out) {
+        out.write(r->payload_data, static_cast<uint32_t>(r->payload_data_len));
+        out.write(inbuf, insize);
+    };
     RingSpace space;
-    if (total > UINT32_MAX ||
-        !request_space(r->getbufFunc, stream, static_cast<uint32_t>(total), space)) {
-        CODEC_UTIL_DEBUG("no hardware memory:%d\n", static_cast<int>(total));
+    if (!write_measured(r->getbufFunc, stream, space, emit)) {
+        CODEC_UTIL_DEBUG("no hardware memory:%d\n", static_cast<int>(measure(emit)));
         *new_size = 0;
         return nullptr;
     }
     *new_size = space.length;
-    RingWriter out(space);
-    out.write(r->payload_data, static_cast<uint32_t>(r->payload_data_len));
-    out.write(inbuf, insize);
     return space.first;
 }
 

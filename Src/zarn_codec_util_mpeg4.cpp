@@ -65,13 +65,12 @@ zarn_uint8* CodecUtil_MPEG4_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     CodecUtil_MPEG4_t* r = mpeg4(base);
     *size = 0;
     if (!r->need_convert) return nullptr;
-    const uint64_t length = static_cast<uint64_t>(r->DecoderSpecificInfoSize) + buffer->size;
-    if (length > UINT32_MAX) return nullptr;
     RingSpace space;
-    if (!request_space(r->getbufFunc, stream, static_cast<uint32_t>(length), space)) return nullptr;
-    RingWriter out(space);
-    out.write(r->DecoderSpecificInfo, r->DecoderSpecificInfoSize);
-    out.write(buffer->data, buffer->size);
+    if (!write_measured(r->getbufFunc, stream, space, [&](auto& out) {
+            out.write(r->DecoderSpecificInfo, r->DecoderSpecificInfoSize);
+            out.write(buffer->data, buffer->size);
+        }))
+        return nullptr;
     *size = space.length;
     r->need_convert = FALSE;
     drop_dsi(r);

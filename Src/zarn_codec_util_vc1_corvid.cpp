@@ -464,15 +464,15 @@ void vc1_corvid_generate_frame_layer(const ZarnUtilCodecVC1Corvid_t*, zarn_uint3
     put_le32(std::span(frm_layer + 4, 4), 0);
 }
 
-uint8_t* request_vc1_space(ZarnUtilCodecVC1Corvid_t* r, void* stream, uint64_t total,
-                           RingSpace& space, zarn_uint32* new_size) {
-    *new_size = static_cast<zarn_uint32>(total);
-    if (total > UINT32_MAX ||
-        !request_space(r->getbufFunc, stream, static_cast<uint32_t>(total), space)) {
-        CODEC_UTIL_DEBUG("no hardware memory:%d\n", static_cast<int>(total));
+template <class Emit>
+uint8_t* write_vc1(ZarnUtilCodecVC1Corvid_t* r, void* stream, zarn_uint32* new_size, Emit&& emit) {
+    RingSpace space;
+    if (!write_measured(r->getbufFunc, stream, space, emit)) {
+        CODEC_UTIL_DEBUG("no hardware memory:%d\n", static_cast<int>(measure(emit)));
         *new_size = 0;
         return nullptr;
     }
+    *new_size = space.length;
     return space.first;
 }
 
@@ -509,20 +509,16 @@ zarn_uint8* push_rcv(ZarnUtilCodecVC1Corvid_t* r, void* stream, const CodecUtilB
     CODEC_UTIL_TRACE("Dump the frm_layer");
     CODEC_UTIL_DUMP_BYTES(frm_layer, kFrameLayerSize);
 
-    const uint64_t total = static_cast<uint64_t>(insize) + kPayloadHeaderSize + kFrameLayerSize +
-                           (with_seq ? kPayloadHeaderSize + kSeqLayerSize : 0);
-    RingSpace space;
-    uint8_t* const hw = request_vc1_space(r, stream, total, space, new_size);
-    if (hw == nullptr) return nullptr;
-    RingWriter out(space);
-    if (with_seq) {
-        out.write(payload_header_seq, kPayloadHeaderSize);
-        out.write(seq_layer, kSeqLayerSize);
-        r->seq_layer_needed = 0;
-    }
-    out.write(payload_header_frm, kPayloadHeaderSize);
-    out.write(frm_layer, kFrameLayerSize);
-    out.write(in_buf->data, insize);
+    uint8_t* const hw = write_vc1(r, stream, new_size, [&](auto& out) {
+        if (with_seq) {
+            out.write(payload_header_seq, kPayloadHeaderSize);
+            out.write(seq_layer, kSeqLayerSize);
+        }
+        out.write(payload_header_frm, kPayloadHeaderSize);
+        out.write(frm_layer, kFrameLayerSize);
+        out.write(in_buf->data, insize);
+    });
+    if (hw != nullptr && with_seq) r->seq_layer_needed = 0;
     return hw;
 }
 
@@ -571,16 +567,12 @@ zarn_uint8* push_advanced(ZarnUtilCodecVC1Corvid_t* r, void* stream,
     dump_byte_runs({pfx_frmdata.seq, pfx_frmdata.entry, pfx_frmdata.frame}, __FILE__, __func__,
                    __LINE__);
 
-    RingSpace space;
-    uint8_t* const hw =
-        request_vc1_space(r, stream, pfx_frmdata.size() + in_buf->size, space, new_size);
-    if (hw == nullptr) return nullptr;
-    RingWriter out(space);
-    out.write(pfx_frmdata.seq);
-    out.write(pfx_frmdata.entry);
-    out.write(pfx_frmdata.frame);
-    out.write(in_buf->data, in_buf->size);
-    return hw;
+    return write_vc1(r, stream, new_size, [&](auto& out) {
+        out.write(pfx_frmdata.seq);
+        out.write(pfx_frmdata.entry);
+        out.write(pfx_frmdata.frame);
+        out.write(in_buf->data, in_buf->size);
+    });
 }
 
 // Results:

@@ -134,24 +134,29 @@ zarn_uint8* CodecUtil_VP8_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     CodecUtil_VP8_t* r = vp8(base);
     if (r->header == nullptr) return nullptr;
     parse_vp8_header(r, buffer->data, buffer->size);
-    const uint64_t total = static_cast<uint64_t>(buffer->size) + kFramePrefixSize +
-                           (r->is_first_frame ? kPayloadHeaderSize + kIvfFileHeaderSize : 0);
-    if (total > UINT32_MAX) return nullptr;
-    RingSpace space;
-    if (!request_space(r->getbufFunc, stream, static_cast<uint32_t>(total), space)) return nullptr;
-    RingWriter out(space);
-    const std::span<uint8_t> store(r->header, kStoreSize);
-    if (r->is_first_frame) {
-        store[3] = kScodeSequence;
-        put_payload_length(store, kIvfFileHeaderSize);
-        out.write(store.first(kPayloadHeaderSize));
-        out.write(store.subspan(kIvfOffset, kIvfFileHeaderSize));
-    }
-    store[3] = kScodeFrame;
+    const std::span<const uint8_t> store(r->header, kStoreSize);
+    // The configuration packet's payload header and the frame's differ only
+    // in their start code and length.
+    std::array<uint8_t, kPayloadHeaderSize> sequence{};
+    std::memcpy(sequence.data(), store.data(), kPayloadHeaderSize);
+    sequence[3] = kScodeSequence;
+    put_payload_length(sequence, kIvfFileHeaderSize);
+    std::array<uint8_t, kFramePrefixSize> frame{};
+    std::memcpy(frame.data(), store.data(), kFramePrefixSize);
+    frame[3] = kScodeFrame;
     // The 8 zero bytes behind the payload header count as payload.
-    put_payload_length(store, static_cast<uint64_t>(buffer->size) + 8);
-    out.write(store.first(kFramePrefixSize));
-    out.write(buffer->data, buffer->size);
+    put_payload_length(frame, static_cast<uint64_t>(buffer->size) + 8);
+    const bool first = r->is_first_frame != FALSE;
+    RingSpace space;
+    if (!write_measured(r->getbufFunc, stream, space, [&](auto& out) {
+            if (first) {
+                out.write(sequence);
+                out.write(store.subspan(kIvfOffset, kIvfFileHeaderSize));
+            }
+            out.write(frame);
+            out.write(buffer->data, buffer->size);
+        }))
+        return nullptr;
     *size = space.length;
     r->is_first_frame = FALSE;
     return space.first;

@@ -114,19 +114,18 @@ zarn_uint8* CodecUtil_VP9_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     if (r->header == nullptr) return nullptr;
     const IvfFrameHeader frame = make_ivf_frame_header(buffer->size, buffer->timestamp);
     std::memcpy(r->header + kIvfFileHeaderSize, frame.data(), frame.size());
-    const uint64_t total = static_cast<uint64_t>(buffer->size) + kIvfFrameHeaderSize +
-                           (r->is_first_frame ? kIvfFileHeaderSize : 0);
-    if (total > UINT32_MAX) return nullptr;
+    // The file header and the frame header lie side by side in the store.
+    const bool first = r->is_first_frame != FALSE;
     RingSpace space;
-    if (!request_space(r->getbufFunc, stream, static_cast<uint32_t>(total), space)) return nullptr;
-    RingWriter out(space);
-    if (r->is_first_frame) {
-        out.write(r->header, kStoreSize);
-        r->is_first_frame = FALSE;
-    } else {
-        out.write(r->header + kIvfFileHeaderSize, kIvfFrameHeaderSize);
-    }
-    out.write(buffer->data, buffer->size);
+    if (!write_measured(r->getbufFunc, stream, space, [&](auto& out) {
+            if (first)
+                out.write(r->header, kStoreSize);
+            else
+                out.write(r->header + kIvfFileHeaderSize, kIvfFrameHeaderSize);
+            out.write(buffer->data, buffer->size);
+        }))
+        return nullptr;
+    r->is_first_frame = FALSE;
     *size = space.length;
     return space.first;
 }
