@@ -65,4 +65,17 @@ zarn_bool return_need_convert(CodecUtilBase_t* base) {
     return record_of<R>(base)->need_convert;
 }
 
+template <class R>
+zarn_bool return_needed_start_code(CodecUtilBase_t* base) {
+    return record_of<R>(base)->needed_start_code;
+}
+
+// Frees the record and the header store it owns.
+template <class R>
+void destroy_with_header(CodecUtilBase_t* base) {
+    R* r = record_of<R>(base);
+    if (r->header != nullptr) codec_util_free(base, r->header);
+    codec_util_free(base, base);
+}
+
 }  // namespace codecutil

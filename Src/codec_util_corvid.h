@@ -167,16 +167,14 @@ zarn_uint8* passthrough_push(CodecUtilBase_t* base, void* stream, CodecUtilBuffe
     return space.first;
 }
 
-template <class R>
-void passthrough_destroy(CodecUtilBase_t* base) {
-    R* r = record_of<R>(base);
-    if (r->header != nullptr) codec_util_free(base, r->header);
-    codec_util_free(base, base);
-}
-
-template <class R>
-zarn_bool return_needed_start_code(CodecUtilBase_t* base) {
-    return record_of<R>(base)->needed_start_code;
-}
+// A pass-through converter (SPARK, VP6): takes no get-buffer function.
+template <class R, class P, uint8_t kCodecId>
+inline constexpr ConverterOps kPassthroughOps = {
+    .destroy = destroy_with_header<R>,
+    .set_param = passthrough_set_param<R, P, kCodecId>,
+    .check_conv = return_needed_start_code<R>,
+    .conv_push_buffer = passthrough_push<R>,
+    .set_getbuf_func = nullptr,
+};
 
 }  // namespace codecutil

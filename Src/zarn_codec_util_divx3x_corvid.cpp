@@ -116,10 +116,6 @@ zarn_uint8* divx_corvid_push_buffer(CodecUtilBase_t* h, void* stream, CodecUtilB
     return space.first;
 }
 
-void divx_corvid_setgetbuffunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<ZarnUtilCodecDivxCorvid_t>(base, func);
-}
-
 void CodecUtil_Divx3x_Destroy(CodecUtilBase_t* base) {
     ZarnUtilCodecDivxCorvid_t* r = divx(base);
     if (r->payload_data != nullptr) codec_util_free(base, r->payload_data);
@@ -131,7 +127,7 @@ constexpr ConverterOps kDivxOps = {
     .set_param = divx_corvid_set_params,
     .check_conv = divx_corvid_is_convert_needed,
     .conv_push_buffer = divx_corvid_push_buffer,
-    .set_getbuf_func = divx_corvid_setgetbuffunc,
+    .set_getbuf_func = store_getbuf_func<ZarnUtilCodecDivxCorvid_t>,
 };
 
 }  // namespace

@@ -83,16 +83,12 @@ void CodecUtil_MPEG4_Destroy(CodecUtilBase_t* base) {
     codec_util_free(base, base);
 }
 
-void CodecUtil_MPEG4_SetGetBufFunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<CodecUtil_MPEG4_t>(base, func);
-}
-
 constexpr ConverterOps kMpeg4Ops = {
     .destroy = CodecUtil_MPEG4_Destroy,
     .set_param = CodecUtil_MPEG4_SetParam,
     .check_conv = return_need_convert<CodecUtil_MPEG4_t>,
     .conv_push_buffer = CodecUtil_MPEG4_ConvPushBuffer,
-    .set_getbuf_func = CodecUtil_MPEG4_SetGetBufFunc,
+    .set_getbuf_func = store_getbuf_func<CodecUtil_MPEG4_t>,
 };
 
 }  // namespace

@@ -605,10 +605,6 @@ zarn_uint8* vc1_corvid_push_buffer(CodecUtilBase_t* h, void* stream, CodecUtilBu
     return nullptr;
 }
 
-void CodecUtil_VC1_SetGetBufFunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<ZarnUtilCodecVC1Corvid_t>(base, func);
-}
-
 void CodecUtil_VC1_Destroy(CodecUtilBase_t* base) {
     ZarnUtilCodecVC1Corvid_t* r = vc1(base);
     if (r->codec_data != nullptr) codec_util_free(base, r->codec_data);
@@ -620,7 +616,7 @@ constexpr ConverterOps kVc1Ops = {
     .set_param = vc1_corvid_set_params,
     .check_conv = vc1_corvid_is_convert_needed,
     .conv_push_buffer = vc1_corvid_push_buffer,
-    .set_getbuf_func = CodecUtil_VC1_SetGetBufFunc,
+    .set_getbuf_func = store_getbuf_func<ZarnUtilCodecVC1Corvid_t>,
 };
 
 }  // namespace

@@ -180,16 +180,12 @@ void CodecUtil_Voibis_Destroy(CodecUtilBase_t* base) {
     codec_util_free(base, base);
 }
 
-void CodecUtil_Voibis_SetGetBufFunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<CodecUtil_Vorbis_t>(base, func);
-}
-
 constexpr ConverterOps kVorbisOps = {
     .destroy = CodecUtil_Voibis_Destroy,
     .set_param = CodecUtil_Voibis_SetParam,
     .check_conv = return_need_convert<CodecUtil_Vorbis_t>,
     .conv_push_buffer = CodecUtil_Voibis_ConvPushBuffer,
-    .set_getbuf_func = CodecUtil_Voibis_SetGetBufFunc,
+    .set_getbuf_func = store_getbuf_func<CodecUtil_Vorbis_t>,
 };
 
 }  // namespace

@@ -162,24 +162,12 @@ zarn_uint8* CodecUtil_VP8_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     return space.first;
 }
 
-zarn_bool CodecUtil_VP8_CheckConv(CodecUtilBase_t* base) { return vp8(base)->needed_start_code; }
-
-void CodecUtil_VP8_SetGetBufFunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<CodecUtil_VP8_t>(base, func);
-}
-
-void CodecUtil_VP8_Destroy(CodecUtilBase_t* base) {
-    CodecUtil_VP8_t* r = vp8(base);
-    if (r->header != nullptr) codec_util_free(base, r->header);
-    codec_util_free(base, base);
-}
-
 constexpr ConverterOps kVp8Ops = {
-    .destroy = CodecUtil_VP8_Destroy,
+    .destroy = destroy_with_header<CodecUtil_VP8_t>,
     .set_param = CodecUtil_VP8_SetParam,
-    .check_conv = CodecUtil_VP8_CheckConv,
+    .check_conv = return_needed_start_code<CodecUtil_VP8_t>,
     .conv_push_buffer = CodecUtil_VP8_ConvPushBuffer,
-    .set_getbuf_func = CodecUtil_VP8_SetGetBufFunc,
+    .set_getbuf_func = store_getbuf_func<CodecUtil_VP8_t>,
 };
 
 }  // namespace

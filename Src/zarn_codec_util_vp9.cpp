@@ -130,24 +130,12 @@ zarn_uint8* CodecUtil_VP9_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     return space.first;
 }
 
-zarn_bool CodecUtil_VP9_CheckConv(CodecUtilBase_t* base) { return vp9(base)->needed_start_code; }
-
-void CodecUtil_VP9_SetGetBufFunc(CodecUtilBase_t* base, void* func) {
-    store_getbuf_func<CodecUtil_VP9_t>(base, func);
-}
-
-void CodecUtil_VP9_Destroy(CodecUtilBase_t* base) {
-    CodecUtil_VP9_t* r = vp9(base);
-    if (r->header != nullptr) codec_util_free(base, r->header);
-    codec_util_free(base, base);
-}
-
 constexpr ConverterOps kVp9Ops = {
-    .destroy = CodecUtil_VP9_Destroy,
+    .destroy = destroy_with_header<CodecUtil_VP9_t>,
     .set_param = CodecUtil_VP9_SetParam,
-    .check_conv = CodecUtil_VP9_CheckConv,
+    .check_conv = return_needed_start_code<CodecUtil_VP9_t>,
     .conv_push_buffer = CodecUtil_VP9_ConvPushBuffer,
-    .set_getbuf_func = CodecUtil_VP9_SetGetBufFunc,
+    .set_getbuf_func = store_getbuf_func<CodecUtil_VP9_t>,
 };
 
 }  // namespace
