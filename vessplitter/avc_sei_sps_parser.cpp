@@ -16,6 +16,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "codec_util_nal_types.h"
 #include "edr_debug.h"
 #include "parser_common.h"
 
@@ -586,11 +587,11 @@ void install_slots(avc_parser_t* p) {
     b.parser_get_time_scale = avc_parser_get_time_scale;
     b.parser_destroy = avc_parser_destroy;
     b.parser_reset = avc_parser_reset;
-    b.nal_type_aud = 9;
-    b.nal_type_sps = 7;
-    b.nal_type_sei = 6;
-    b.nal_type_slice = 1;
-    b.nal_type_idr = 5;
+    b.nal_type_aud = codecutil::avc::kAud;
+    b.nal_type_sps = codecutil::avc::kSps;
+    b.nal_type_sei = codecutil::avc::kSei;
+    b.nal_type_slice = codecutil::avc::kSliceNonIdr;
+    b.nal_type_idr = codecutil::avc::kSliceIdr;
 }
 
 }  // namespace

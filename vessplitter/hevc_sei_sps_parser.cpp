@@ -17,6 +17,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "codec_util_nal_types.h"
 #include "edr_debug.h"
 #include "parser_common.h"
 
@@ -732,11 +733,11 @@ void install_slots(hevc_parser_t* p) {
     b.parser_get_time_scale = hevc_parser_get_time_scale;
     b.parser_destroy = hevc_parser_destroy;
     b.parser_reset = hevc_parser_reset;
-    b.nal_type_aud = 35;
-    b.nal_type_sps = 33;
-    b.nal_type_sei = 39;
-    b.nal_type_slice = 0;
-    b.nal_type_idr = 19;
+    b.nal_type_aud = codecutil::hevc::kAud;
+    b.nal_type_sps = codecutil::hevc::kSps;
+    b.nal_type_sei = codecutil::hevc::kPrefixSei;
+    b.nal_type_slice = codecutil::hevc::kTrailN;
+    b.nal_type_idr = codecutil::hevc::kIdrWRadl;
 }
 
 const hevc_sps_t* active(parser_handle_t parser) {

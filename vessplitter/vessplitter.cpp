@@ -27,9 +27,13 @@
 #include <span>
 
 #include "codec_util_config_record.h"
+#include "codec_util_nal_types.h"
 #include "edr_debug.h"
 #include "start_code_scan.h"
 #include "vessplitter_internal.h"
+
+using codecutil::classify_nal;
+using codecutil::NalKind;
 
 static_assert(offsetof(struct mirror_buffer, start) == 0);
 static_assert(sizeof(enum ves_type) == sizeof(int));
@@ -211,8 +215,6 @@ void ves_bl_idr_step(struct ves_splitter* split, struct ves_layer_param& layer) 
 
 namespace {
 
-bool hevc_non_idr_slice(int t) { return (t >= 0 && t <= 9) || (t >= 16 && t <= 18) || t == 21; }
-
 // Time of a picture timed from the current anchor (non-IDR slices and IDRs
 // that no base-layer IDR preceded).
 uint64_t time_from_anchor(ves_layer_param& el, uint64_t dpd) {
@@ -225,9 +227,9 @@ uint64_t time_from_anchor(ves_layer_param& el, uint64_t dpd) {
 void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix, int nal_type) {
     ves_layer_param& el = split->layers[VES_EL];
     parser_handle_t p = el.parser;
-    const bool hevc = split->codec_type == VES_HEVC;
     const uint32_t t = static_cast<uint32_t>(nal_type);
-    if (nal_type == p->nal_type_slice || (hevc && hevc_non_idr_slice(nal_type))) {
+    const NalKind kind = classify_nal(split->codec_type == VES_HEVC, nal_type);
+    if (kind == NalKind::kSlice) {
         const uint64_t dpd = p->parser_get_dpb_output_time(p, t);
         el.derived_pts = time_from_anchor(el, dpd);
         EDR_LOG(kLvTime,
@@ -237,7 +239,7 @@ void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix,
                 static_cast<int>(el_time_scale), static_cast<long long>(el.idr_dts));
         return;
     }
-    if (nal_type == p->nal_type_idr || (hevc && (nal_type == 19 || nal_type == 20))) {
+    if (kind == NalKind::kIdr) {
         const uint32_t n = static_cast<uint32_t>(p->parser_get_num_units_in_tick(p));
         const int32_t clock = p->parser_get_time_scale(p);
         if (clock != 0) el_time_scale = static_cast<uint32_t>(clock);
@@ -264,10 +266,10 @@ void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix,
                 static_cast<int>(el_time_scale), static_cast<long long>(el.idr_dts));
         return;
     }
-    if (nal_type == p->nal_type_sps) {
+    if (kind == NalKind::kSps) {
         p->parse_sps(nal, size, prefix, p);
         el.sps_valid = 1;
-    } else if (nal_type == p->nal_type_sei) {
+    } else if (kind == NalKind::kSei) {
         if (el.sps_valid != 0)
             p->parse_sei_messages(nal, size, prefix, p);
         else
@@ -289,13 +291,10 @@ struct ScanData {
 };
 
 int nal_type_of(const ves_splitter* split, uint8_t header) {
-    return split->codec_type == VES_HEVC ? (header >> 1) & 0x3F : header & 0x1F;
+    return split->codec_type == VES_HEVC ? codecutil::hevc::nal_type(header) : codecutil::avc::nal_type(header);
 }
 
-bool is_bl_idr(const ves_splitter* split, const ves_layer_param& layer, int t) {
-    if (split->codec_type == VES_HEVC) return t == layer.parser->nal_type_idr || t == 19 || t == 20;
-    return t == layer.parser->nal_type_idr;
-}
+NalKind kind_of(const ves_splitter* split, int t) { return classify_nal(split->codec_type == VES_HEVC, t); }
 
 // Removes the two wrapper bytes in front of the wrapped header: the last
 // prefix byte and the wrapper's first byte become zeros, and the unit starts
@@ -393,12 +392,12 @@ int process_unit(ves_splitter* split, const ScanData& d, int start, int end, int
             split->layers[VES_EL].layer_present != 0 && split->layers[VES_BL].layer_present == 0;
         type = el_only ? VES_EL : VES_BL;
         t = nal_type_of(split, hdr[0]);
-        if (is_bl_idr(split, split->layers[type], t)) ves_bl_idr_step(split, split->layers[type]);
+        if (kind_of(split, t) == NalKind::kIdr) ves_bl_idr_step(split, split->layers[type]);
     }
     trace_unit(d, t, type, start, size, ts);
 
     ves_layer_param& layer = split->layers[type];
-    if (split->is_ts_stream == 0 || t == layer.parser->nal_type_aud) {
+    if (split->is_ts_stream == 0 || kind_of(split, t) == NalKind::kAud) {
         if (layer.len > 0) {
             const int r = deliver_layer(split, type, gathered_pts(layer, type));
             if (r != 0) return r;
