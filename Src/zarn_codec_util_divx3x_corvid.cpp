@@ -4,10 +4,8 @@
 //
 // The 16-byte header store is built by set_param and patched per push (three
 // length bytes); header and frame are copied straight into ring space.
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_converter.h"
 #include "codec_util_corvid.h"
@@ -26,8 +24,6 @@ struct ZarnUtilCodecDivxCorvid_t {
     zarn_sint32 payload_data_len;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<ZarnUtilCodecDivxCorvid_t>);
-static_assert(offsetof(ZarnUtilCodecDivxCorvid_t, base) == 0);
 
 ZarnUtilCodecDivxCorvid_t* divx(CodecUtilBase_t* base) {
     return record_of<ZarnUtilCodecDivxCorvid_t>(base);

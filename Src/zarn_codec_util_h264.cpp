@@ -7,9 +7,7 @@
 // order, 00 00 00 01 + payload. The unit is scanned twice (validate and
 // measure, then write) instead of building a NAL table, so a push never
 // allocates; the memory table's realloc entry is not used.
-#include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "codec_util_config_record.h"
 #include "codec_util_converter.h"
@@ -27,8 +25,6 @@ struct CodecUtil_H264_t {
     zarn_bool need_convert;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_H264_t>);
-static_assert(offsetof(CodecUtil_H264_t, base) == 0);
 
 // Bytes of the AVC record up to and including numOfSequenceParameterSets.
 constexpr uint32_t kConfigHeaderSize = kAvcNumSpsOffset + 1;

@@ -6,9 +6,7 @@
 // Output layout and writing are the H.264 converter's (codec_util_nal.h).
 // A stream that turns out to be in start-code form already switches the
 // converter off until the next set_param.
-#include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "codec_util_config_record.h"
 #include "codec_util_converter.h"
@@ -26,8 +24,6 @@ struct CodecUtil_H265_t {
     zarn_bool need_convert;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_H265_t>);
-static_assert(offsetof(CodecUtil_H265_t, base) == 0);
 
 // Bytes of the HEVC record before its first array.
 constexpr uint32_t kArraysOffset = kHevcNumArraysOffset + 1;

@@ -2,10 +2,8 @@
 // headers) kept out of band by the container is written once, in-band, ahead
 // of the next frame; after that the converter switches itself off. The
 // headers are not parsed.
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_converter.h"
 #include "codec_util_ring.h"
@@ -21,8 +19,6 @@ struct CodecUtil_MPEG4_t {
     zarn_bool need_convert;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_MPEG4_t>);
-static_assert(offsetof(CodecUtil_MPEG4_t, base) == 0);
 
 CodecUtil_MPEG4_t* mpeg4(CodecUtilBase_t* base) { return record_of<CodecUtil_MPEG4_t>(base); }
 

@@ -11,10 +11,8 @@
 // Results of conv_push_buffer (*size is 0 unless converted):
 //   no ring space granted, or output beyond 4 GiB    NULL (codec data stays pending)
 //   converted                                        space start, *size bytes written
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_converter.h"
 #include "codec_util_packet_header.h"
@@ -35,8 +33,6 @@ struct CodecUtil_Opus_t {
     int packageno;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_Opus_t>);
-static_assert(offsetof(CodecUtil_Opus_t, base) == 0);
 
 CodecUtil_Opus_t* opus(CodecUtilBase_t* base) { return record_of<CodecUtil_Opus_t>(base); }
 

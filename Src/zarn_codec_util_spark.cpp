@@ -3,9 +3,6 @@
 // ahead of the first frame after set_param, then one header per frame. Takes
 // no get-buffer function; space always comes from the HAL port. The shared
 // pass-through mechanics, results and ops table are in codec_util_corvid.h.
-#include <cstddef>
-#include <type_traits>
-
 #include "codec_util_converter.h"
 #include "codec_util_corvid.h"
 
@@ -19,8 +16,6 @@ struct CodecUtil_Spark_t {
     zarn_uint8* header;  // kPayloadHeaderSize bytes, owned
     zarn_bool needed_start_code;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_Spark_t>);
-static_assert(offsetof(CodecUtil_Spark_t, base) == 0);
 
 }  // namespace
 

@@ -16,10 +16,8 @@
 // The advanced-profile prefix is kept as a list of runs pointing into the
 // codec-data copy, written straight into ring space; it has no size limit, so
 // codec data with units of any length is accepted.
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_bytes.h"
 #include "codec_util_converter.h"
@@ -125,8 +123,6 @@ struct ZarnUtilCodecVC1Corvid_t {
     zarn_uint32 frame_header_len;
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<ZarnUtilCodecVC1Corvid_t>);
-static_assert(offsetof(ZarnUtilCodecVC1Corvid_t, base) == 0);
 
 ZarnUtilCodecVC1Corvid_t* vc1(CodecUtilBase_t* base) {
     return record_of<ZarnUtilCodecVC1Corvid_t>(base);

@@ -16,7 +16,6 @@
 //   no set_param with a record yet                   NULL
 //   no ring space granted, or output beyond 4 GiB    NULL (headers stay pending)
 //   converted                                        space start, *size bytes written
-#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -40,8 +39,6 @@ struct CodecUtil_Vorbis_t {
     int packageno;  // packets written since creation
     CodecUtilGetBufFunc_t getbufFunc;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_Vorbis_t>);
-static_assert(offsetof(CodecUtil_Vorbis_t, base) == 0);
 
 CodecUtil_Vorbis_t* vorbis(CodecUtilBase_t* base) { return record_of<CodecUtil_Vorbis_t>(base); }
 

@@ -15,7 +15,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_bytes.h"
 #include "codec_util_converter.h"
@@ -77,8 +76,6 @@ struct CodecUtil_VP8_t {
     zarn_sint32 width;
     zarn_sint32 height;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_VP8_t>);
-static_assert(offsetof(CodecUtil_VP8_t, base) == 0);
 
 CodecUtil_VP8_t* vp8(CodecUtilBase_t* base) { return record_of<CodecUtil_VP8_t>(base); }
 

@@ -14,10 +14,8 @@
 // (ns / 11111, 10^9 / 90000 truncated); 0xFFFFFFFFFFFFFFFE (no time stamp)
 // is written as it is.
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 #include "codec_util_bytes.h"
 #include "codec_util_converter.h"
@@ -75,8 +73,6 @@ struct CodecUtil_VP9_t {
     zarn_sint32 width;
     zarn_sint32 height;
 };
-static_assert(std::is_standard_layout_v<CodecUtil_VP9_t>);
-static_assert(offsetof(CodecUtil_VP9_t, base) == 0);
 
 CodecUtil_VP9_t* vp9(CodecUtilBase_t* base) { return record_of<CodecUtil_VP9_t>(base); }
 
