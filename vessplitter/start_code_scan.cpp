@@ -57,6 +57,16 @@ struct Sse2 {
         }
         return n;
     }
+    static bool copy_block64(uint8_t* dst, const uint8_t* src) {
+        const __m128i mask = _mm_set1_epi16(static_cast<short>(0xFEFF));
+        __m128i hit = _mm_setzero_si128();
+        for (int k = 0; k < 64; k += 16) {
+            const __m128i v = load(src + k);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + k), v);
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_and_si128(v, mask), _mm_setzero_si128()));
+        }
+        return _mm_movemask_epi8(hit) != 0;
+    }
 };
 
 constexpr StartCodeScanKernel kScanSse2{"sse2", find_pair_blocks<Sse2>, copy_starts_blocks<Sse2>};
@@ -81,7 +91,7 @@ const Kernels kRunnable = runnable();
 
 }  // namespace
 
-const StartCodeScanKernel& start_code_scan() { return *kRunnable.all[kRunnable.n - 1]; }
+const StartCodeScanKernel* const start_code_scan_best = kRunnable.all[kRunnable.n - 1];
 
 const StartCodeScanKernel* const* start_code_scan_kernels(int* n) {
     *n = kRunnable.n;

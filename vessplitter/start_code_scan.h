@@ -30,8 +30,9 @@ struct StartCodeScanKernel {
     void (*copy_starts)(uint8_t* dst, const uint8_t* src, int len, StartList& out);
 };
 
-// The fastest kernel this CPU runs.
-const StartCodeScanKernel& start_code_scan();
+// The fastest kernel this CPU runs, chosen at load.
+[[gnu::visibility("hidden")]] extern const StartCodeScanKernel* const start_code_scan_best;
+inline const StartCodeScanKernel& start_code_scan() { return *start_code_scan_best; }
 
 // Every kernel this CPU runs, the portable one first; their count in *n.
 const StartCodeScanKernel* const* start_code_scan_kernels(int* n);
@@ -96,7 +97,8 @@ int find_pair_blocks(const uint8_t* bytes, int i, int len) {
 // index of the first block that may (having copied it), or n. A block at b
 // is taken by its 16-bit lanes (b, b + 1), (b + 2, b + 3) ...: one of them
 // is 00 00 or 00 01 for every 00 00 01 whose 01 lies in [b + 1, b + 128],
-// and in slice data a lane is that about once in 32768.
+// and in slice data a lane is that about once in 32768. V::copy_block64
+// does the same for one 64-byte block and tells whether it may hold one.
 template <class V>
 void copy_starts_blocks(uint8_t* dst, const uint8_t* src, int len, StartList& out) {
     out.n = 0;
@@ -116,10 +118,14 @@ void copy_starts_blocks(uint8_t* dst, const uint8_t* src, int len, StartList& ou
                                           base + kBlock + 1 < len ? base + kBlock + 1 : len, len, out);
         b = hit + 1;
     }
-    // The rest as the last 128 bytes, overlapping the blocks before.
+    // The rest as the last 64 or 128 bytes, overlapping the blocks before
+    // (a 64-byte block at b holds the start codes whose 01 lies in
+    // [b + 1, b + 64]).
     const int done = blocks * kBlock;
-    if (done < len && V::copy_blocks(dst + len - kBlock, src + len - kBlock, 1) == 0)
-        list_starts<find_pair_blocks<V>>(src, done + 1, len, len, out);
+    if (done == len) return;
+    const bool hit = len - done <= 64 ? V::copy_block64(dst + len - 64, src + len - 64)
+                                      : V::copy_blocks(dst + len - kBlock, src + len - kBlock, 1) == 0;
+    if (hit) list_starts<find_pair_blocks<V>>(src, done + 1, len, len, out);
 }
 
 extern const StartCodeScanKernel kScanNeon;  // defined only in ARM builds

@@ -78,6 +78,29 @@ struct Neon {
               "d28", "d29", "d30", "d31", "cc", "memory");
         return n - left;
     }
+    static bool copy_block64(uint8_t* dst, const uint8_t* src) {
+        uint32_t low;
+        asm volatile(
+            "vld1.8 {d16-d19}, [%[src]]!\n\t"
+            "vld1.8 {d20-d23}, [%[src]]\n\t"
+            "vst1.8 {d16-d19}, [%[dst]]!\n\t"
+            "vst1.8 {d20-d23}, [%[dst]]\n\t"
+            "vrev16.8 q8, q8\n\t"
+            "vrev16.8 q9, q9\n\t"
+            "vrev16.8 q10, q10\n\t"
+            "vrev16.8 q11, q11\n\t"
+            "vmin.u16 q8, q8, q9\n\t"
+            "vmin.u16 q10, q10, q11\n\t"
+            "vmin.u16 q8, q8, q10\n\t"
+            "vpmin.u16 d16, d16, d17\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vmov.u16 %[low], d16[0]"
+            : [src] "+r"(src), [dst] "+r"(dst), [low] "=r"(low)
+            :
+            : "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "memory");
+        return low <= 1;
+    }
 };
 
 }  // namespace

@@ -457,7 +457,8 @@ int held_unit_grows(ves_splitter* split, uint64_t pts) {
 // start code begun before it.
 bool no_start_code(const uint8_t* push, int len, const StartList& starts) {
     if (starts.n != 0 || starts.complete != len || len < 1) return false;
-    return push[0] != 1 && (len < 2 || push[0] != 0 || push[1] != 1);
+    if (push[0] > 1) return true;  // the usual case: slice data
+    return push[0] == 0 && (len < 2 || push[1] != 1);
 }
 
 // The start codes of the ring's content in order: those completed by the
