@@ -1,9 +1,11 @@
 // Looking for start codes, the splitter's per-byte cost. A start code's 01
 // always follows a 00; in slice data a 00 01 pair turns up about once in
-// 64 KiB, a lone 01 every 256 bytes: the kernels look for 00 01 pairs and
-// the caller checks the byte before. One interface,
-// per-ISA kernels chosen once at load: NEON on 32-bit ARM when the CPU has
-// it (armhf does not promise it), SSE2 on x86-64, and a portable one.
+// 64 KiB, a lone 01 every 256 bytes: the pair search looks for 00 01 pairs
+// and the caller checks the byte before. A push is copied into the ring and
+// its start codes listed in one pass, blocks ruled out by their 16-bit lanes
+// and the pair search run only in the rest. One interface, per-ISA kernels
+// chosen once at load: NEON on 32-bit ARM when the CPU has it (armhf does
+// not promise it), SSE2 on x86-64, and a portable one.
 #pragma once
 
 #include <bit>

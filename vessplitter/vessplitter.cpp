@@ -443,7 +443,7 @@ int find_start_code(const StartCodeScanKernel& scan, const uint8_t* bytes, int f
     return -1;
 }
 
-// A push without 00 01 while a unit is held: the held unit only grows (all
+// A push without a start code while a unit is held: the held unit only grows (all
 // transport-stream packets of a slice but its first).
 int held_unit_grows(ves_splitter* split, uint64_t pts) {
     const int len = split->buf.len;
