@@ -2,8 +2,8 @@
 // data become ADTS frames (ISO/IEC 14496-3 1.A.2.2) in the decoder's ring.
 //
 // set_param parses the AudioSpecificConfig once through the bit buffer below
-// and builds a 7-byte ADTS header template; each push stamps the frame
-// length (unit + 7, low 13 bits) into the template and writes
+// and builds a 7-byte ADTS header template; each push stores the template
+// with the frame length (unit + 7, low 13 bits) in the ring and writes
 //   [ADTS header, 7 bytes][raw_data_block, the unit as given]
 // A unit that already starts with an ADTS header whose length field equals
 // the unit's size is handed back untouched.
@@ -17,12 +17,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
 
 #include "codec_util_converter.h"
+#include "codec_util_copy.h"
 #include "codec_util_ring.h"
 #include "zarn_codec_util_bitbuf.h"
 
@@ -575,9 +577,13 @@ namespace {
 
 struct CodecUtil_AAC_t {
     CodecUtilBase_t base;
-    zarn_uint8 ADTSHeader[ADTS_HEADER_SIZE];  // template; keeps the last length stamped
+    zarn_uint8 ADTSHeader[ADTS_HEADER_SIZE];  // the header of the last config parsed
     zarn_bool need_convert;                   // TRUE once a config parsed
     CodecUtilGetBufFunc_t getbufFunc;
+    // ADTSHeader as the push stores it: bytes 0 to 3 in memory order, and
+    // bytes 3 to 6 as a big-endian word without the frame length.
+    uint32_t head_word;
+    uint32_t tail_be;
 };
 static_assert(std::is_standard_layout_v<CodecUtil_AAC_t>);
 static_assert(offsetof(CodecUtil_AAC_t, base) == 0);
@@ -592,34 +598,53 @@ zarn_bool CodecUtil_AAC_SetParam(CodecUtilBase_t* base, void* param) {
     const auto* p = static_cast<const CodecUtilAACParam_t*>(param);
     if (p == nullptr) return FALSE;
     // A size beyond INT_MAX reads as negative: no config.
-    if (zarn_trnsptRead(p->data, static_cast<int>(p->size), r->ADTSHeader, 0) == eTrnsptOK)
+    if (zarn_trnsptRead(p->data, static_cast<int>(p->size), r->ADTSHeader, 0) == eTrnsptOK) {
         r->need_convert = TRUE;
+        const uint8_t* h = r->ADTSHeader;
+        std::memcpy(&r->head_word, h, 4);
+        // Bytes 3 to 6 big-endian, without the length's 13 bits (25..13).
+        r->tail_be = (static_cast<uint32_t>(h[3]) << 24 | static_cast<uint32_t>(h[4]) << 16 |
+                      static_cast<uint32_t>(h[5]) << 8 | h[6]) &
+                     ~(0x1FFFu << 13);
+    }
     return TRUE;
+}
+
+// Stores the 7-byte header of a frame `length` bytes long as two word
+// stores: bytes 0 to 3 from the template, then bytes 3 to 6 with the length
+// over the template's byte 3.
+inline void store_adts_header(const CodecUtil_AAC_t* r, uint8_t* out, uint32_t length) {
+    uint32_t tail = r->tail_be | (length & 0x1FFF) << 13;
+    if constexpr (std::endian::native == std::endian::little) tail = __builtin_bswap32(tail);
+    std::memcpy(out, &r->head_word, 4);
+    std::memcpy(out + 3, &tail, 4);
 }
 
 zarn_uint8* CodecUtil_AAC_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
                                          CodecUtilBuffer_t* buffer, zarn_uint32* size) {
     CodecUtil_AAC_t* r = aac(base);
+    uint8_t* const data = buffer->data;
+    const uint32_t n = buffer->size;
     // Sizes beyond INT_MAX read as negative and are never taken for ADTS.
-    if (has_adts_header(buffer->data, static_cast<int>(buffer->size))) return buffer->data;
+    if (has_adts_header(data, static_cast<int>(n))) return data;
     if (!r->need_convert) return nullptr;
-    const uint64_t length = static_cast<uint64_t>(buffer->size) + ADTS_HEADER_SIZE;
     RingSpace space;
-    if (length > UINT32_MAX ||
-        !request_space(r->getbufFunc, stream, static_cast<uint32_t>(length), space)) {
+    if (n > UINT32_MAX - ADTS_HEADER_SIZE ||
+        !request_space(r->getbufFunc, stream, n + ADTS_HEADER_SIZE, space)) {
         *size = 0;
         return nullptr;
     }
-    stamp_adts_length(r->ADTSHeader, static_cast<int>(length));
     if (!space.two_piece()) {
-        // The usual contiguous grant: a 7-byte copy the compiler inlines and
-        // one library copy of the payload.
-        std::memcpy(space.first, r->ADTSHeader, ADTS_HEADER_SIZE);
-        if (buffer->size != 0) std::memcpy(space.first + ADTS_HEADER_SIZE, buffer->data, buffer->size);
+        // The usual contiguous grant: the header stored in place, the
+        // payload in one copy behind it.
+        store_adts_header(r, space.first, space.length);
+        copy_bytes(space.first + ADTS_HEADER_SIZE, data, n);
     } else {
+        uint8_t header[ADTS_HEADER_SIZE];
+        store_adts_header(r, header, space.length);
         RingWriter out(space);
-        out.write(r->ADTSHeader, ADTS_HEADER_SIZE);
-        out.write(buffer->data, buffer->size);
+        out.write(header, ADTS_HEADER_SIZE);
+        out.write(data, n);
     }
     *size = space.length;
     return space.first;

@@ -16,12 +16,14 @@ namespace {
 
 int find_pair_portable(const uint8_t* bytes, int i, int len) { return find_pair_bytes(bytes, i, len); }
 
-OnesSpan copy_find_portable(uint8_t* dst, const uint8_t* src, int len) {
-    std::memcpy(dst, src, static_cast<size_t>(len));
-    return pair_span_bytes(src, len);
+void copy_starts_portable(uint8_t* dst, const uint8_t* src, int len, StartList& out) {
+    out.n = 0;
+    out.complete = len;
+    if (len > 0) std::memcpy(dst, src, static_cast<size_t>(len));
+    if (len > 2) list_starts<find_pair_bytes>(src, 2, len, len, out);
 }
 
-constexpr StartCodeScanKernel kScanPortable{"portable", find_pair_portable, copy_find_portable};
+constexpr StartCodeScanKernel kScanPortable{"portable", find_pair_portable, copy_starts_portable};
 
 #if defined(__SSE2__)
 struct Sse2 {
@@ -41,20 +43,33 @@ struct Sse2 {
         for (int k = 16; k < 64; k += 16) m = _mm_or_si128(m, _mm_cmpeq_epi8(load(p + k), one));
         return _mm_movemask_epi8(m) != 0;
     }
-    static Acc copy_first(uint8_t* dst, const uint8_t* src) {
-        const __m128i v = load(src);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
-        return pair_lanes(v, _mm_slli_si128(v, 1));  // a 00 shifted in before byte 0
+    // Lanes (b, b + 1) that are 00 00 or 00 01: (lane & FEFF) == 0.
+    static int copy_blocks(uint8_t* dst, const uint8_t* src, int n) {
+        const __m128i mask = _mm_set1_epi16(static_cast<short>(0xFEFF));
+        for (int b = 0; b < n; ++b, src += 128, dst += 128) {
+            __m128i hit = _mm_setzero_si128();
+            for (int k = 0; k < 128; k += 16) {
+                const __m128i v = load(src + k);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + k), v);
+                hit = _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_and_si128(v, mask), _mm_setzero_si128()));
+            }
+            if (_mm_movemask_epi8(hit) != 0) return b;
+        }
+        return n;
     }
-    static void copy_acc(uint8_t* dst, const uint8_t* src, Acc& acc) {
-        const __m128i v = load(src);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
-        acc = _mm_or_si128(acc, pair_lanes(v, load(src - 1)));
+    static bool copy_block64(uint8_t* dst, const uint8_t* src) {
+        const __m128i mask = _mm_set1_epi16(static_cast<short>(0xFEFF));
+        __m128i hit = _mm_setzero_si128();
+        for (int k = 0; k < 64; k += 16) {
+            const __m128i v = load(src + k);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + k), v);
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_and_si128(v, mask), _mm_setzero_si128()));
+        }
+        return _mm_movemask_epi8(hit) != 0;
     }
-    static bool any(Acc acc) { return _mm_movemask_epi8(acc) != 0; }
 };
 
-constexpr StartCodeScanKernel kScanSse2{"sse2", find_pair_blocks<Sse2>, copy_find_blocks<Sse2>};
+constexpr StartCodeScanKernel kScanSse2{"sse2", find_pair_blocks<Sse2>, copy_starts_blocks<Sse2>};
 #endif
 
 struct Kernels {
@@ -76,7 +91,7 @@ const Kernels kRunnable = runnable();
 
 }  // namespace
 
-const StartCodeScanKernel& start_code_scan() { return *kRunnable.all[kRunnable.n - 1]; }
+const StartCodeScanKernel* const start_code_scan_best = kRunnable.all[kRunnable.n - 1];
 
 const StartCodeScanKernel* const* start_code_scan_kernels(int* n) {
     *n = kRunnable.n;

@@ -32,25 +32,78 @@ struct Neon {
         d = vpmin_u8(d, d);  // the minima of all 64 in lanes 0 to 3
         return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
     }
-    // While copying, lanes hold (byte xor 01) | byte before: zero at a pair.
-    static Acc copy_first(uint8_t* dst, const uint8_t* src) {
-        const uint8x16_t v = vld1q_u8(src);
-        vst1q_u8(dst, v);
-        return vorrq_u8(veorq_u8(v, vdupq_n_u8(1)), vextq_u8(vdupq_n_u8(0), v, 15));
+    // A lane (b, b + 1) byte-swapped is b * 256 + (b + 1): at most 1 when it
+    // is 00 00 or 00 01. 32-byte loads and stores, the swapped lanes' minimum
+    // taken over the block.
+    static int copy_blocks(uint8_t* dst, const uint8_t* src, int n) {
+        int left = n;
+        uint32_t low;
+        asm volatile(
+            "1:\n\t"
+            "vld1.8 {d16-d19}, [%[src]]!\n\t"
+            "vld1.8 {d20-d23}, [%[src]]!\n\t"
+            "vld1.8 {d24-d27}, [%[src]]!\n\t"
+            "vld1.8 {d28-d31}, [%[src]]!\n\t"
+            "vst1.8 {d16-d19}, [%[dst]]!\n\t"
+            "vst1.8 {d20-d23}, [%[dst]]!\n\t"
+            "vst1.8 {d24-d27}, [%[dst]]!\n\t"
+            "vst1.8 {d28-d31}, [%[dst]]!\n\t"
+            "vrev16.8 q8, q8\n\t"
+            "vrev16.8 q9, q9\n\t"
+            "vrev16.8 q10, q10\n\t"
+            "vrev16.8 q11, q11\n\t"
+            "vrev16.8 q12, q12\n\t"
+            "vrev16.8 q13, q13\n\t"
+            "vrev16.8 q14, q14\n\t"
+            "vrev16.8 q15, q15\n\t"
+            "vmin.u16 q8, q8, q9\n\t"
+            "vmin.u16 q10, q10, q11\n\t"
+            "vmin.u16 q12, q12, q13\n\t"
+            "vmin.u16 q14, q14, q15\n\t"
+            "vmin.u16 q8, q8, q10\n\t"
+            "vmin.u16 q12, q12, q14\n\t"
+            "vmin.u16 q8, q8, q12\n\t"
+            "vpmin.u16 d16, d16, d17\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vmov.u16 %[low], d16[0]\n\t"
+            "cmp %[low], #1\n\t"
+            "bls 2f\n\t"
+            "subs %[left], %[left], #1\n\t"
+            "bne 1b\n"
+            "2:"
+            : [src] "+r"(src), [dst] "+r"(dst), [left] "+r"(left), [low] "=&r"(low)
+            :
+            : "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27",
+              "d28", "d29", "d30", "d31", "cc", "memory");
+        return n - left;
     }
-    static void copy_acc(uint8_t* dst, const uint8_t* src, Acc& acc) {
-        const uint8x16_t v = vld1q_u8(src);
-        vst1q_u8(dst, v);
-        acc = vminq_u8(acc, vorrq_u8(veorq_u8(v, vdupq_n_u8(1)), vld1q_u8(src - 1)));
-    }
-    static bool any(Acc acc) {
-        uint8x8_t d = vpmin_u8(vget_low_u8(acc), vget_high_u8(acc));
-        d = vpmin_u8(d, d);
-        return vget_lane_u32(vreinterpret_u32_u8(vceq_u8(d, vdup_n_u8(0))), 0) != 0;
+    static bool copy_block64(uint8_t* dst, const uint8_t* src) {
+        uint32_t low;
+        asm volatile(
+            "vld1.8 {d16-d19}, [%[src]]!\n\t"
+            "vld1.8 {d20-d23}, [%[src]]\n\t"
+            "vst1.8 {d16-d19}, [%[dst]]!\n\t"
+            "vst1.8 {d20-d23}, [%[dst]]\n\t"
+            "vrev16.8 q8, q8\n\t"
+            "vrev16.8 q9, q9\n\t"
+            "vrev16.8 q10, q10\n\t"
+            "vrev16.8 q11, q11\n\t"
+            "vmin.u16 q8, q8, q9\n\t"
+            "vmin.u16 q10, q10, q11\n\t"
+            "vmin.u16 q8, q8, q10\n\t"
+            "vpmin.u16 d16, d16, d17\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vpmin.u16 d16, d16, d16\n\t"
+            "vmov.u16 %[low], d16[0]"
+            : [src] "+r"(src), [dst] "+r"(dst), [low] "=r"(low)
+            :
+            : "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "memory");
+        return low <= 1;
     }
 };
 
 }  // namespace
 
-const StartCodeScanKernel kScanNeon{"neon", find_pair_blocks<Neon>, copy_find_blocks<Neon>};
+const StartCodeScanKernel kScanNeon{"neon", find_pair_blocks<Neon>, copy_starts_blocks<Neon>};
 #endif

@@ -48,7 +48,6 @@ constexpr const char* s_type_name[VES_TYPE_NUM] = {"IN", "BL", "EL", "MD"};
 constexpr int kInitialRing = 0x200000;  // 2 MiB
 constexpr int kRingStep = 0x10000;      // 64 KiB
 constexpr int kRingMax = 0x600000;      // 6 MiB
-constexpr int kFusedMax = 1024;         // longest push copied and searched in one pass
 constexpr uint64_t kNanoseconds = 1000000000;
 
 constexpr uint8_t kWrapEl = 0x7E;
@@ -426,19 +425,12 @@ void final_delivery(ves_splitter* split) {
         (void)deliver_layer(split, VES_EL, el.derived_pts != 0 ? el.derived_pts : el.original_pts);
 }
 
-// Appends a start-code push to the ring. Pushes up to a few transport-stream
-// packets are copied and looked at in one pass, so the scan only visits the
-// span between their first and last 00 01 pair (nothing, but at start
-// codes); longer ones are copied by memcpy and scanned whole.
-OnesSpan append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const uint8_t* data,
-                     int len) {
-    if (len >= 16 && len <= kFusedMax) {
-        const OnesSpan span = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write, data, len);
-        ring_commit(&ring, len);
-        return span;
-    }
-    mirror_buffer_append(&ring, const_cast<uint8_t*>(data), len);
-    return {0, len};
+// Appends a start-code push to the ring, listing its start codes as it
+// copies: the search afterwards visits only the bytes around them.
+void append_push(mirror_buffer& ring, const StartCodeScanKernel& scan, const uint8_t* data, int len,
+                 StartList& starts) {
+    scan.copy_starts(static_cast<uint8_t*>(ring.start) + ring.write, data, len, starts);
+    if (len > 0) ring_commit(&ring, len);
 }
 
 // Offset of the first 00 00 01 lying wholly in [from, len), or -1. Looks for
@@ -452,7 +444,7 @@ int find_start_code(const StartCodeScanKernel& scan, const uint8_t* bytes, int f
     return -1;
 }
 
-// A push without 00 01 while a unit is held: the held unit only grows (all
+// A push without a start code while a unit is held: the held unit only grows (all
 // transport-stream packets of a slice but its first).
 int held_unit_grows(ves_splitter* split, uint64_t pts) {
     const int len = split->buf.len;
@@ -461,24 +453,61 @@ int held_unit_grows(ves_splitter* split, uint64_t pts) {
     return 0;
 }
 
+// Whether a push of len bytes at `push` in the ring, whose start codes are
+// listed, ends none: nothing listed, and its first bytes cannot complete a
+// start code begun before it.
+bool no_start_code(const uint8_t* push, int len, const StartList& starts) {
+    if (starts.n != 0 || starts.complete != len || len < 1) return false;
+    if (push[0] > 1) return true;  // the usual case: slice data
+    return push[0] == 0 && (len < 2 || push[1] != 1);
+}
+
+// The start codes of the ring's content in order: those completed by the
+// push's first two bytes (or lying in held bytes) by a search, then the
+// push's list, then a search past the list when it filled.
+struct StartWalk {
+    const StartCodeScanKernel& scan;
+    const uint8_t* bytes;
+    int held;
+    int limit;
+    const StartList& starts;
+    int next = 0;
+
+    // Offset of the first start code at or after `search`, or -1.
+    int from(int search) {
+        if (search < held + 2) {
+            const int m = find_start_code(scan, bytes, search, limit < held + 2 ? limit : held + 2);
+            if (m >= 0) return m;
+        }
+        for (; next < starts.n; ++next) {
+            const int m = held + starts.at[next] - 2;
+            if (m >= search) return m;
+        }
+        if (held + starts.complete >= limit) return -1;
+        const int past = held + starts.complete - 2;
+        return find_start_code(scan, bytes, search > past ? search : past, limit);
+    }
+};
+
 // Start-code input: the ring's whole content. Units end where the next start
 // code begins; the last one stays held until its end is known.
-// `ones` tells where in the new bytes a start code's 01 may lie.
+// `starts` lists the start codes of the push's veslen bytes.
 [[gnu::noinline]] int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int veslen,
-                                      OnesSpan ones, uint64_t pts) {
+                                      const StartList& starts, uint64_t pts) {
     mirror_buffer& ring = split->buf;
-    if (split->scan_pending != 0 && veslen > 0 && ones.first == veslen) return held_unit_grows(split, pts);
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
+    if (split->scan_pending != 0 && veslen > 0 && no_start_code(d.bytes + d.held, veslen, starts))
+        return held_unit_grows(split, pts);
     bool pending = split->scan_pending != 0;
     int pstart = 0;
     int pprefix = split->scan_prefix;
     int cursor = pending ? split->scan_cursor : 0;
     int search = pending ? split->scan_search : 0;
-    if (d.held + ones.first - 2 > search) search = d.held + ones.first - 2;
-    const int limit = d.held + ones.end;
+    const int limit = d.len;
+    StartWalk walk{scan, d.bytes, d.held, limit, starts};
     while (search < limit) {
-        const int m = find_start_code(scan, d.bytes, search, limit);
+        const int m = walk.from(search);
         if (m < 0) break;
         const int sc = m != cursor && d.bytes[m - 1] == 0 ? m - 1 : m;
         cursor = search = m + 3;
@@ -746,11 +775,11 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
 [[gnu::noinline]] static int push_general(ves_splitter* split, void* vesdata, int veslen, uint64_t pts) {
     EDR_LOG(kLvUnit, "%s:%d nal_length_size %d, len %d, pts %lld, buffered len %d\n",
             split->nal_length_size, veslen, ll(pts), split->buf.len);
-    OnesSpan ones{0, veslen};
+    StartList starts{0, veslen, {}};
     const StartCodeScanKernel& scan = start_code_scan();
     if (split->nal_length_size == 0) {
         if (grow_ring(split, veslen) != 0) return -1;
-        ones = append_push(split->buf, scan, static_cast<const uint8_t*>(vesdata), veslen);
+        append_push(split->buf, scan, static_cast<const uint8_t*>(vesdata), veslen, starts);
     } else if (split->sps_pps_nal_units_size > 0) {
         const int n = split->sps_pps_nal_units_size;
         EDR_LOG(kLvState, "%s:%d push SPS/PPS %d bytes\n", n);
@@ -769,7 +798,7 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
                 ll(split->dump_pos[VES_MIX]), ll(pts));
         split->dump_pos[VES_MIX] += std::fwrite(vesdata, 1, static_cast<size_t>(veslen), dump);
     }
-    if (split->nal_length_size == 0) return push_start_codes(split, scan, veslen, ones, pts);
+    if (split->nal_length_size == 0) return push_start_codes(split, scan, veslen, starts, pts);
     return push_lengths(split, static_cast<uint8_t*>(vesdata), veslen, pts);
 }
 
@@ -778,17 +807,16 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
     if (split == nullptr || veslen < 0 || (vesdata == nullptr && veslen > 0) || split->failed != 0)
         return -1;
     // Most pushes are a transport-stream packet's worth in the middle of a
-    // slice: copied with the pair search and, without a start code, only
-    // counted. Kept apart so that nothing else's set-up is paid for them.
+    // slice: copied with the start-code search and, without a start code,
+    // only counted. Kept apart so that nothing else's set-up is paid for them.
     mirror_buffer& ring = split->buf;
-    if (split->nal_length_size == 0 && split->scan_pending != 0 && veslen >= 16 &&
-        veslen <= kFusedMax && ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) &&
-        split->dump_files[VES_MIX] == nullptr) {
+    if (split->nal_length_size == 0 && split->scan_pending != 0 && veslen > 0 &&
+        ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) && split->dump_files[VES_MIX] == nullptr) {
         const StartCodeScanKernel& scan = start_code_scan();
-        const OnesSpan ones = scan.copy_find(static_cast<uint8_t*>(ring.start) + ring.write,
-                                             static_cast<const uint8_t*>(vesdata), veslen);
-        ring_commit(&ring, veslen);
-        if (ones.first != veslen) return push_start_codes(split, scan, veslen, ones, pts);
+        StartList starts;
+        const auto* push = static_cast<const uint8_t*>(vesdata);
+        append_push(ring, scan, push, veslen, starts);
+        if (!no_start_code(push, veslen, starts)) return push_start_codes(split, scan, veslen, starts, pts);
         return held_unit_grows(split, pts);
     }
     return push_general(split, vesdata, veslen, pts);

@@ -114,8 +114,8 @@ TEST(SplitterPush, StartCodesSplitAcrossPushes) {
 
 // Whatever the piece boundaries, the same units come out in the same order:
 // the scan resumes where the previous push left off without missing a start
-// code that straddles two pieces, and short pushes (copied and scanned in one
-// pass) find what one long push (copied, then scanned) finds.
+// code that straddles two pieces, and short pushes find what one long push
+// finds, whose 40 start codes overfill the list kept while copying.
 TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
     uint32_t seed = 12345;
     auto next = [&](uint32_t n) {
