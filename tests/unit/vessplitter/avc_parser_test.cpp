@@ -20,7 +20,10 @@ struct AvcHrd {
     uint32_t cpb_cnt_minus1 = 0;
     uint32_t bit_rate_scale = 0;
     uint32_t cpb_size_scale = 0;
-    std::vector<std::array<uint32_t, 2>> values{{1562, 3124}};  // *_value_minus1
+    // One SchedSelIdx by default. Built by count and value rather than from an
+    // initializer list, which GCC 12 at -O3 misreports as a dangling pointer.
+    std::vector<std::array<uint32_t, 2>> values =
+        std::vector<std::array<uint32_t, 2>>(1, {1562, 3124});  // *_value_minus1
     std::array<uint32_t, 4> lengths{23, 23, 23, 24};             // three minus1 + time_offset_length
 };
 
