@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Shipping checks, beside the test suite:
+#   - the default armhf cross build (Release, default options) and its .debs
+#   - the amd64 Release build and its .debs; a second build of the library in
+#     another folder must give a byte-identical libCodecUtil.so
+#   - abidiff of the amd64 library against the committed ABI baseline
+#   - lintian on every .deb (errors fail)
+#   - the amd64 .debs installed with dpkg: codecutil --version, the bundled
+#     samples, and the consumer build against the installed -dev; then purged
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+version=$(sed -n 's/^project(codecutil VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+# -g: DWARF for abidw, and the reproducibility check then covers debug info
+# too; cpack strips the packaged binaries.
+release=(-G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS=-g -DCMAKE_CXX_FLAGS=-g
+         -DCODECUTIL_WERROR=ON -DCMAKE_INSTALL_PREFIX=/usr)
+
+echo "== armhf: default cross build and packages =="
+rm -rf build/ship-armhf
+cmake -S . -B build/ship-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake -DCMAKE_BUILD_TYPE=Release \
+    -DCODECUTIL_WERROR=ON -DCMAKE_INSTALL_PREFIX=/usr
+cmake --build build/ship-armhf -j "$jobs"
+(cd build/ship-armhf && cpack)
+
+echo "== amd64: Release build and packages =="
+rm -rf build/ship-amd64
+cmake -S . -B build/ship-amd64 "${release[@]}" -DCODECUTIL_TESTS=OFF
+cmake --build build/ship-amd64 -j "$jobs"
+(cd build/ship-amd64 && cpack)
+
+echo "== reproducible: the library built again in another folder =="
+other=$(mktemp -d "${TMPDIR:-/tmp}/codecutil-repro.XXXXXX")
+trap 'rm -rf "$other"' EXIT
+cmake -S . -B "$other/build" "${release[@]}" -DCODECUTIL_TESTS=OFF -DCODECUTIL_TOOLS=OFF >/dev/null
+cmake --build "$other/build" -j "$jobs" --target CodecUtil >/dev/null
+lib=lib/libCodecUtil.so.$version
+cmp "build/ship-amd64/$lib" "$other/build/$lib"
+echo "ok: $lib identical from build/ship-amd64 and $other/build"
+
+echo "== ABI against abi/libCodecUtil.abi =="
+if ! abidiff --no-show-locs abi/libCodecUtil.abi "build/ship-amd64/$lib"; then
+    echo "ABI differs from the baseline. If the change is intended, update the baseline in the"
+    echo "same commit (README, Versioning and ABI):"
+    echo "  abidw --no-corpus-path --no-comp-dir-path --no-show-locs --drop-undefined-syms \\"
+    echo "      build/ship-amd64/$lib > abi/libCodecUtil.abi"
+    exit 1
+fi
+echo "ok: ABI matches the baseline"
+
+echo "== lintian =="
+debs=(build/ship-armhf/*.deb build/ship-amd64/*.deb)
+lintian --fail-on error "${debs[@]}"
+echo "ok: lintian reports no errors on ${#debs[@]} packages"
+
+echo "== amd64 packages installed =="
+packages=(libcodecutil1 libcodecutil-dev codecutil codecutil-platform-stubs)
+for p in "${packages[@]}"; do
+    if dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        echo "$p is installed already; refusing to replace it" >&2
+        exit 1
+    fi
+done
+trap 'dpkg --purge "${packages[@]}" >/dev/null || true; rm -rf "$other"' EXIT
+dpkg -i build/ship-amd64/*.deb
+[[ $(codecutil --version) == "codecutil $version" ]] || { echo "codecutil --version: $(codecutil --version)"; exit 1; }
+(cd "$other" && codecutil convert -o samples-out >/dev/null)
+cmake -DWORK="$PWD/build/ship-consumer" -DSOURCE_DIR="$PWD" -DPREFIX=/usr -DCC=cc -DVERSION="$version" \
+    -DLIBDIR="lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" -DPKG_CONFIG=pkg-config \
+    -P tests/consumer/consume.cmake
+dpkg --purge "${packages[@]}"
+echo "ok: installed, used and removed"
