@@ -32,11 +32,12 @@ if(TARGET codecutil)
 endif()
 
 if(CMAKE_CROSSCOMPILING)
-  # dpkg-shlibdeps needs the target's dpkg database; state the C and C++
-  # runtime floors of Debian 12 by hand.
+  # dpkg-shlibdeps needs the target's dpkg database; the libraries' NEEDED
+  # entries are stated by hand (scripts/ci-ship.sh checks that they still
+  # are libc and libgcc_s only), with Debian 12's floors.
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
-  set(_base_depends "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
+  set(_base_depends "libc6 (>= 2.34), libgcc-s1 (>= 3.5)")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   # Our own libraries are found in the build tree; the dependencies between
@@ -82,7 +83,14 @@ set(CPACK_COMPONENT_PLATFORM_DESCRIPTION
  Stand-ins for the platform's log library and decoder HAL, for machines that
  are not the device: a platform image brings its own.")
 
-foreach(_comp RUNTIME DEV TOOL PLATFORM)
+if(CMAKE_CROSSCOMPILING AND TARGET codecutil)
+  # The tool's libav packages are named after the libraries' major versions.
+  foreach(_lib libavformat libavcodec libavutil)
+    string(REGEX MATCH "^[0-9]+" _major "${LIBAV_${_lib}_VERSION}")
+    string(APPEND CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS ", ${_lib}${_major}")
+  endforeach()
+endif()
+foreach(_comp RUNTIME TOOL PLATFORM)
   if(_base_depends)
     if(DEFINED CPACK_DEBIAN_${_comp}_PACKAGE_DEPENDS)
       set(CPACK_DEBIAN_${_comp}_PACKAGE_DEPENDS "${_base_depends}, ${CPACK_DEBIAN_${_comp}_PACKAGE_DEPENDS}")

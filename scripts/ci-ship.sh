@@ -22,6 +22,16 @@ cmake -S . -B build/ship-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake -DCMAKE_
     -DCODECUTIL_WERROR=ON -DCMAKE_INSTALL_PREFIX=/usr
 cmake --build build/ship-armhf -j "$jobs"
 (cd build/ship-armhf && cpack)
+# The armhf packages state their dependencies by hand (no dpkg-shlibdeps for
+# a foreign architecture): the libraries may need nothing else.
+for so in build/ship-armhf/lib/*.so build/ship-armhf/hal/*.so; do
+    extra=$(readelf -d "$so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
+            grep -vxE 'libc\.so\.6|libgcc_s\.so\.1|libzarnutil\.so|libdl\.so\.2' || true)
+    if [[ -n $extra ]]; then
+        echo "$so needs $extra: add it to the cross-build Depends in cmake/packaging.cmake" >&2
+        exit 1
+    fi
+done
 
 echo "== amd64: Release build and packages =="
 rm -rf build/ship-amd64
