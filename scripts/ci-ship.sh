@@ -2,7 +2,8 @@
 # Shipping checks, beside the test suite:
 #   - the default armhf cross build (Release, default options) and its .debs
 #   - the amd64 Release build and its .debs; a second build of the library in
-#     another folder must give a byte-identical libCodecUtil.so
+#     another folder, as a subproject of a parent project, must give a
+#     byte-identical libCodecUtil.so
 #   - abidiff of the amd64 library against the committed ABI baseline
 #   - lintian on every .deb (errors fail)
 #   - the amd64 .debs installed with dpkg: codecutil --version, the bundled
@@ -39,14 +40,26 @@ cmake -S . -B build/ship-amd64 "${release[@]}" -DCODECUTIL_TESTS=OFF
 cmake --build build/ship-amd64 -j "$jobs"
 (cd build/ship-amd64 && cpack)
 
-echo "== reproducible: the library built again in another folder =="
+echo "== reproducible, and usable as a subproject =="
+# The library again, in another folder, as a parent project's subproject
+# (add_subdirectory) with a program linking CodecUtil::CodecUtil: it must
+# build, run, and give a byte-identical libCodecUtil.so.
 other=$(mktemp -d "${TMPDIR:-/tmp}/codecutil-repro.XXXXXX")
 trap 'rm -rf "$other"' EXIT
-cmake -S . -B "$other/build" "${release[@]}" -DCODECUTIL_TESTS=OFF -DCODECUTIL_TOOLS=OFF >/dev/null
-cmake --build "$other/build" -j "$jobs" --target CodecUtil >/dev/null
+mkdir "$other/parent"
+cat >"$other/parent/CMakeLists.txt" <<CMAKE
+cmake_minimum_required(VERSION 3.25)
+project(parent C CXX)
+add_subdirectory("$PWD" codecutil)
+add_executable(player "$PWD/tests/c_api/convert_h264.c")
+target_link_libraries(player PRIVATE CodecUtil::CodecUtil)
+CMAKE
+cmake -S "$other/parent" -B "$other/build" "${release[@]}" >/dev/null
+cmake --build "$other/build" -j "$jobs" >/dev/null
+"$other/build/player"
 lib=lib/libCodecUtil.so.$version
-cmp "build/ship-amd64/$lib" "$other/build/$lib"
-echo "ok: $lib identical from build/ship-amd64 and $other/build"
+cmp "build/ship-amd64/$lib" "$other/build/codecutil/$lib"
+echo "ok: $lib identical from build/ship-amd64 and, as a subproject, $other/build/codecutil"
 
 echo "== ABI against abi/libCodecUtil.abi =="
 if ! abidiff --no-show-locs abi/libCodecUtil.abi "build/ship-amd64/$lib"; then
