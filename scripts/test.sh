@@ -19,3 +19,4 @@ cmake -S . -B build/armhf -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCODECUTIL
 cmake --build build/armhf -j "$jobs"
 ctest --test-dir build/armhf -j "$jobs" --output-on-failure
 scripts/ci-robust.sh
+scripts/ci-ship.sh

@@ -13,7 +13,9 @@
 // A unit that finds no ring space for an unchanged write is dropped too.
 //
 // Without INPUT every file of the bundled samples folder is converted into
-// DIR/<sample name without extension>/.
+// DIR/<sample name without extension>/. That folder is --samples DIR, else
+// CODECUTIL_SAMPLES_RELDIR from the tool's own folder, so an installed tree
+// can move.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +59,7 @@ constexpr auto kProgressPeriod = std::chrono::milliseconds(100);
 
 struct ConvertOptions {
     const char* input = nullptr;
+    const char* samples_dir = nullptr;
     std::string out_dir = kDefaultOutputDir;
     bool json = false;
     bool verbose = false;
@@ -457,7 +460,7 @@ void configure_logging(bool verbose) {
 void print_help() {
     std::fprintf(report_out(),
         "usage: codecutil convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]\n"
-        "                         [--allow-warnings]\n"
+        "                         [--allow-warnings] [--samples DIR]\n"
         "\n"
         "Feeds every stream of INPUT that has a converter through the library into a\n"
         "simulated decoder ring and writes what the decoder would receive to\n"
@@ -472,12 +475,14 @@ void print_help() {
         "                     straddling its end take the two-piece path (default 0)\n"
         "  -v, --verbose      show the converter library's and libavformat's warnings\n"
         "  --allow-warnings   exit 0 even when units were dropped or the input is cut\n"
+        "  --samples DIR      the samples folder used without INPUT (default: %s\n"
+        "                     from the folder of the codecutil executable)\n"
         "\n"
         "Exit status: 0 done; 1 an input could not be converted; 2 usage error or an\n"
         "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size),\n"
         "or the input is truncated, and --allow-warnings was not given; 130 interrupted. Output files appear only\n"
         "on exit 0.\n",
-        kDefaultOutputDir);
+        kDefaultOutputDir, CODECUTIL_SAMPLES_RELDIR);
 }
 
 // Returns kExitOk, or kExitUsage after reporting.
@@ -513,6 +518,12 @@ int parse_options(int argc, char** argv, ConvertOptions& opt) {
                 return kExitUsage;
             }
             opt.out_dir = value;
+        } else if (take_option(argc, argv, i, "--samples", value)) {
+            if (value == nullptr || *value == '\0') {
+                report_error("convert: --samples needs a folder");
+                return kExitUsage;
+            }
+            opt.samples_dir = value;
         } else if (take_option(argc, argv, i, "--ring-size", value)) {
             if (!parse_byte_count(value, kMaxRingSize, ring_size) || ring_size == 0) {
                 report_error("convert: --ring-size needs a byte count from 1 to 1G (got '" +
@@ -548,7 +559,7 @@ bool list_samples(const fs::path& dir, std::vector<fs::path>& files) {
     fs::directory_iterator it(dir, ec);
     if (ec) {
         report_error("cannot read the bundled samples in '" + dir.string() + "': " + ec.message() +
-                     " (give an INPUT file)");
+                     " (give an INPUT file, or --samples DIR)");
         return false;
     }
     for (; it != fs::directory_iterator(); it.increment(ec)) {
@@ -562,10 +573,19 @@ bool list_samples(const fs::path& dir, std::vector<fs::path>& files) {
     }
     std::sort(files.begin(), files.end());
     if (files.empty()) {
-        report_error("no samples in '" + dir.string() + "' (give an INPUT file)");
+        report_error("no samples in '" + dir.string() + "' (give an INPUT file, or --samples DIR)");
         return false;
     }
     return true;
+}
+
+// The bundled samples sit at a fixed place relative to the executable, both
+// in the build tree and in an installed tree.
+fs::path default_samples_dir() {
+    std::error_code ec;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+    if (ec) return fs::path(CODECUTIL_SAMPLES_RELDIR);
+    return (self.parent_path() / CODECUTIL_SAMPLES_RELDIR).lexically_normal();
 }
 
 }  // namespace
@@ -598,7 +618,9 @@ int run_convert(int argc, char** argv) {
     }
 
     std::vector<fs::path> samples;
-    if (!list_samples(CODECUTIL_SAMPLES_DIR, samples)) return kExitFailure;
+    const fs::path samples_dir =
+        opt.samples_dir != nullptr ? fs::path(opt.samples_dir) : default_samples_dir();
+    if (!list_samples(samples_dir, samples)) return kExitFailure;
     int status = kExitOk;
     bool problems = false;
     JsonWriter json;

@@ -14,6 +14,7 @@
 
 #include "commands.h"
 #include "run_output.h"
+#include "zarn_codec_util_version.h"
 
 namespace codecutil_tool {
 namespace {
@@ -25,7 +26,7 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]",
+    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v] [--samples DIR]",
      run_convert},
     {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
     {"split", "split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
@@ -122,7 +123,7 @@ int main(int argc, char** argv) {
         return kExitOk;
     }
     if (std::strcmp(name, "--version") == 0) {
-        std::fprintf(report_out(), "codecutil %s\n", CODECUTIL_VERSION);
+        std::fprintf(report_out(), "codecutil %s\n", CODECUTIL_VERSION_STRING);
         return kExitOk;
     }
     for (const Command& c : kCommands) {

@@ -16,11 +16,21 @@ using vestest::make_nal;
 using vestest::nal_size;
 using vestest::sei_message;
 
+// One SchedSelIdx, filled element by element: GCC 12 on armhf misreports a
+// member initialised from a temporary (dangling pointer at -O3, uninitialised
+// at -O2).
+std::vector<std::array<uint32_t, 2>> one_sched_sel() {
+    std::vector<std::array<uint32_t, 2>> values(1);
+    values[0][0] = 1562;  // bit_rate_value_minus1
+    values[0][1] = 3124;  // cpb_size_value_minus1
+    return values;
+}
+
 struct AvcHrd {
     uint32_t cpb_cnt_minus1 = 0;
     uint32_t bit_rate_scale = 0;
     uint32_t cpb_size_scale = 0;
-    std::vector<std::array<uint32_t, 2>> values{{1562, 3124}};  // *_value_minus1
+    std::vector<std::array<uint32_t, 2>> values = one_sched_sel();  // *_value_minus1
     std::array<uint32_t, 4> lengths{23, 23, 23, 24};             // three minus1 + time_offset_length
 };
 
