@@ -92,7 +92,7 @@ zarn_uint8* CodecUtil_Opus_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     CodecUtil_Opus_t* r = opus(base);
     *size = 0;
     RingSpace space;
-    zarn_uint32 next = r->packageno;
+    int next = r->packageno;
     if (!write_measured(r->getbufFunc, stream, space,
                         [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
         return nullptr;

@@ -160,7 +160,7 @@ zarn_uint8* CodecUtil_Voibis_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
     *size = 0;
     if (!r->need_convert) return nullptr;
     RingSpace space;
-    zarn_uint32 next = r->packageno;
+    int next = r->packageno;
     if (!write_measured(r->getbufFunc, stream, space,
                         [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
         return nullptr;

@@ -106,7 +106,7 @@ int run_adts(const uint8_t* data, size_t size, const char* extract_dir, FILE* ou
         const unsigned protection_absent = h[1] & 1;
         const unsigned profile = h[2] >> 6;
         const unsigned sf_index = (h[2] >> 2) & 0xF;
-        const unsigned channels = (h[2] & 1) << 2 | h[3] >> 6;
+        const unsigned channels = (h[2] & 1u) << 2 | h[3] >> 6;
         const uint32_t frame_length =
             static_cast<uint32_t>(h[3] & 3) << 11 | static_cast<uint32_t>(h[4]) << 3 | h[5] >> 5;
         const unsigned fullness = static_cast<unsigned>(h[5] & 0x1F) << 6 | h[6] >> 2;
@@ -154,7 +154,7 @@ int run_adts(const uint8_t* data, size_t size, const char* extract_dir, FILE* ou
     // (4), channel configuration (4), GASpecificConfig flags 000.
     const unsigned aot = (fixed[1] >> 6) + 1;
     const unsigned sf_index = (fixed[1] >> 2) & 0xF;
-    const unsigned channels = (fixed[1] & 1) << 2 | fixed[2] >> 6;
+    const unsigned channels = (fixed[1] & 1u) << 2 | fixed[2] >> 6;
     const unsigned asc = aot << 11 | sf_index << 7 | channels << 3;
     x.extradata = {static_cast<uint8_t>(asc >> 8), static_cast<uint8_t>(asc)};
     return write_extraction(extract_dir, x, faults);
