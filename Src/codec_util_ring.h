@@ -141,7 +141,8 @@ template <class Emit>
 // space, on a RingWriter. `emit` must not change the converter's state (the
 // caller does that after success), so both runs describe the same bytes.
 // Returns false, writing nothing, when the length passes 32 bits or no space
-// is granted.
+// is granted. The AAC push alone writes its space by hand: a fixed 7-byte
+// header and the payload, on a path counted per instruction.
 template <class Emit>
 [[nodiscard]] bool write_measured(CodecUtilGetBufFunc_t getbuf, void* stream, RingSpace& space,
                                   Emit&& emit) {
