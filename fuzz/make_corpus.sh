@@ -15,3 +15,57 @@ seed avc.es '\x00\x00\x00\xff' avc_chunk256
 seed avc.es '\x00\x00\x00\xbb' avc_chunk188
 seed hevc.es '\x01\x00\x00\xff' hevc_chunk256
 seed hevc.es '\x05\x00\x03\xbb' hevc_no_el_fail3
+
+# Seeds for the converter target: per codec a short clip from FFmpeg's
+# encoders, its codec data and first packets laid out as the target reads
+# them (type, get-buffer switch, parameter record, then pushes), once into
+# contiguous space, once wrapped, once through the HAL ring.
+out=fuzz/corpus/converter
+mkdir -p "$out"
+src="-f lavfi -i testsrc=size=96x64:rate=10 -frames:v 4"
+aud="-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.1"
+enc() { ffmpeg -v error -y $1 $2 "$tmp/$3"; }
+enc "$src" "-c:v libx264 -preset ultrafast -bf 2" h264.mp4
+enc "$src" "-c:v libx265 -preset ultrafast -x265-params log-level=none" h265.mp4
+enc "$src" "-c:v mpeg4 -bf 1" mpeg4.mp4
+enc "$src" "-c:v msmpeg4" divx.avi
+enc "$src" "-c:v flv" spark.flv
+enc "$src" "-c:v libvpx" vp8.webm
+enc "$src" "-c:v libvpx-vp9" vp9.webm
+enc "$aud" "-c:a aac" aac.mp4
+enc "$aud" "-c:a libvorbis" vorbis.webm
+enc "$aud" "-c:a libopus" opus.webm
+python3 - "$tmp" "$out" <<'PY'
+import json, struct, subprocess, sys
+tmp, out = sys.argv[1:3]
+# file, type (CodecUtilType_e; 11 is VP9), whether width and height lead the record
+clips = [("h264.mp4", 2, False), ("h265.mp4", 10, False), ("mpeg4.mp4", 1, False),
+         ("divx.avi", 0, True), ("spark.flv", 4, True), ("vp8.webm", 6, True),
+         ("vp9.webm", 11, True), ("aac.mp4", 7, False), ("vorbis.webm", 8, False),
+         ("opus.webm", 9, False)]
+def hexdump(s):
+    return bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split()) for l in s.strip().splitlines()))
+for name, ctype, dims in clips:
+    info = json.loads(subprocess.check_output(
+        ["ffprobe", "-v", "error", "-show_streams", "-show_packets", "-show_data", "-of", "json",
+         f"{tmp}/{name}"]))
+    st = info["streams"][0]
+    extra = hexdump(st.get("extradata", ""))
+    rec = bytes([0x80])
+    if dims:
+        rec += struct.pack("<hh", st.get("width", 0), st.get("height", 0))
+    rec += struct.pack("<H", len(extra)) + extra
+    if ctype == 11:
+        rec += struct.pack("<h", 10)
+    pushes = []
+    for p in info["packets"][:3]:
+        data = hexdump(p["data"])[:2048]
+        op = 0x04 | (0x08 if p["flags"].startswith("K") else 0)
+        pushes.append((op, data))
+    for tag, getbuf, grant, wrap in (("ring", 1, 0, 0), ("wrap", 1, 1, 0x80), ("hal", 0, 1, 0x10)):
+        body = bytes([ctype, getbuf]) + rec
+        for op, data in pushes:
+            body += bytes([op]) + struct.pack("<H", len(data)) + data + bytes([grant, wrap])
+        with open(f"{out}/{name.split('.')[0]}_{tag}", "wb") as f:
+            f.write(body)
+PY
