@@ -69,3 +69,57 @@ for name, ctype, dims in clips:
         with open(f"{out}/{name.split('.')[0]}_{tag}", "wb") as f:
             f.write(body)
 PY
+
+# Seeds for the parsers target: the SPS and SEI NAL units of x264/x265
+# streams with HRD timing (buffering period and picture timing SEI), an
+# AudioSpecificConfig, and short runs for the bit buffer, the I/O layer and
+# the mirror buffer.
+out=fuzz/corpus/parsers
+mkdir -p "$out"
+ffmpeg -v error -y -f lavfi -i testsrc=size=96x64:rate=25 -frames:v 6 -pix_fmt yuv420p -f yuv4mpegpipe "$tmp/src.y4m"
+x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --vbv-bufsize 800 --pic-struct --bframes 2 \
+    -o "$tmp/hrd.264" "$tmp/src.y4m" 2>/dev/null
+x265 --log-level none --hrd --vbv-maxrate 800 --vbv-bufsize 800 --bframes 2 \
+    -o "$tmp/hrd.265" "$tmp/src.y4m" 2>/dev/null
+python3 - "$tmp" "$out" <<'PY'
+import json, re, struct, subprocess, sys
+tmp, out = sys.argv[1:3]
+def nals(path):
+    data = open(path, "rb").read()
+    starts = [m.start() for m in re.finditer(b"\x00\x00\x01", data)]
+    for i, s in enumerate(starts):
+        end = starts[i + 1] if i + 1 < len(starts) else len(data)
+        yield data[s + 3:end].rstrip(b"\x00")
+def parser_seed(path, selector, hevc):
+    body = bytes([selector, 3])
+    for nal in nals(path):
+        kind = (nal[0] >> 1) & 0x3F if hevc else nal[0] & 0x1F
+        if kind in ((33,) if hevc else (7,)):
+            op = 0x02
+        elif kind in ((39,) if hevc else (6,)):
+            op = 0x03
+        else:
+            continue
+        payload = nal[2 if hevc else 1:][:2047]
+        body += bytes([op]) + struct.pack("<H", len(payload)) + payload
+    return body
+with open(f"{out}/avc_hrd", "wb") as f:
+    f.write(parser_seed(f"{tmp}/hrd.264", 0, False))
+with open(f"{out}/hevc_hrd", "wb") as f:
+    f.write(parser_seed(f"{tmp}/hrd.265", 1, True))
+info = json.loads(subprocess.check_output(
+    ["ffprobe", "-v", "error", "-show_streams", "-show_data", "-of", "json", f"{tmp}/aac.mp4"]))
+asc = bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split())
+                            for l in info["streams"][0]["extradata"].strip().splitlines()))
+with open(f"{out}/aac_asc", "wb") as f:
+    f.write(bytes([3, 4]) + struct.pack("<H", 371) + bytes([0]) + asc)
+seeds = {
+    "bitbuf": bytes([2, 1, 3, 16]) + bytes(range(16)) + bytes([0, 7, 1, 12, 0, 0, 0, 9, 2, 0, 4, 5, 0, 3, 0, 5, 8]),
+    "io": bytes([4, 0, 8, 2, 3, 1, 2, 3, 2, 9, 8, 7, 15]) + bytes(range(0x40, 0x50))
+          + bytes([0, 5, 6, 0, 7, 0, 8, 12, 1, 9, 4, 10, 3, 1, 11, 3]),
+    "mirror": bytes([5, 0x00, 0x10, 0, 0x00, 0x08]) + bytes(range(8)) + bytes([1, 4, 0, 2, 3, 0, 3, 0, 0x20, 1, 1, 0]),
+}
+for name, body in seeds.items():
+    with open(f"{out}/{name}", "wb") as f:
+        f.write(body)
+PY
