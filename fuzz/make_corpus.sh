@@ -59,7 +59,7 @@ for name, ctype, dims in clips:
         rec += struct.pack("<h", 10)
     pushes = []
     for p in info["packets"][:3]:
-        data = hexdump(p["data"])[:2048]
+        data = hexdump(p["data"])[:8192]
         op = 0x04 | (0x08 if p["flags"].startswith("K") else 0)
         pushes.append((op, data))
     for tag, getbuf, grant, wrap in (("ring", 1, 0, 0), ("wrap", 1, 1, 0x80), ("hal", 0, 1, 0x10)):
@@ -123,3 +123,31 @@ for name, body in seeds.items():
     with open(f"{out}/{name}", "wb") as f:
         f.write(body)
 PY
+
+# Dual-layer seeds for the splitter target (and the scenarios of the
+# allocation-failure sweep): two x264/x265 encodes with HRD timing SEI of one
+# source, interleaved by tools/mkdual with 4-byte lengths and the base
+# layer's decoder configuration record as codec data.
+out=fuzz/corpus/splitter
+for codec in avc hevc; do
+    if [ $codec = avc ]; then
+        for q in 20 30; do
+            x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --vbv-bufsize 1600 --pic-struct --keyint 5 \
+                --min-keyint 5 --no-scenecut --aud --qp $q -o "$tmp/$codec$q.es" "$tmp/src.y4m" 2>/dev/null
+        done
+    else
+        for q in 20 30; do
+            x265 --log-level none --hrd --vbv-maxrate 800 --vbv-bufsize 1600 --keyint 5 --min-keyint 5 \
+                --no-scenecut --aud --qp $q -o "$tmp/$codec$q.es" "$tmp/src.y4m" 2>/dev/null
+        done
+    fi
+    python3 tools/mkdual/mkdual.py --codec $codec "$tmp/${codec}20.es" "$tmp/${codec}30.es" \
+        -o "$tmp/$codec.dual" --length-size 4 --codec-data "$tmp/$codec.rec"
+    python3 - "$tmp/$codec.rec" "$tmp/$codec.dual" "$out/dual_$codec" $([ $codec = hevc ] && echo 1 || echo 0) <<'PY'
+import sys
+rec, stream, out, hevc = open(sys.argv[1], "rb").read(), open(sys.argv[2], "rb").read(), sys.argv[3], int(sys.argv[4])
+assert len(rec) < 256
+with open(out, "wb") as f:
+    f.write(bytes([hevc, len(rec), 0, 0xff]) + rec + stream[:16384])
+PY
+done

@@ -34,7 +34,10 @@ public:
     bool empty() const { return p_ == end_; }
     size_t left() const { return static_cast<size_t>(end_ - p_); }
     uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
-    uint16_t u16() { return static_cast<uint16_t>(u8() | (u8() << 8)); }
+    uint16_t u16() {
+        const uint8_t lo = u8();  // sequenced: little-endian whatever the compiler
+        return static_cast<uint16_t>(lo | (u8() << 8));
+    }
     std::vector<uint8_t> bytes(size_t n) {
         if (n > left()) n = left();
         std::vector<uint8_t> v(p_, p_ + n);
