@@ -218,6 +218,16 @@ void fuzz_io(Reader& in) {
     check((probe != nullptr) == (dev == 'b' && mode != 'e'));
     if (probe != nullptr) probe->destroy(probe);
 
+    // Parser constructors by name, ignoring case.
+    static char kAvc[] = "AVC";
+    reg_parser_init();
+    reg_parser_set(kAvc, [](uint32_t) { return avc_parser_create(1, 1); });
+    const char* names[] = {"avc", "AvC", "hevc", "AV"};
+    const char* name = names[(letters >> 3) & 3];
+    parser_handle_t parser = reg_parser_get(name, 0);
+    check((parser != nullptr) == (((letters >> 3) & 3) < 2));
+    if (parser != nullptr) parser->parser_destroy(parser);
+
     // The write device collects what is written, growing as needed.
     bbio_t* w = reg_bbio_get('b', 'w');
     check(w != nullptr);
