@@ -26,9 +26,9 @@
 
 namespace {
 
+using fuzzinput::create;
 using fuzzinput::Params;
 using fuzzinput::Reader;
-using fuzzinput::create;
 
 enum class Grant : uint8_t { kContiguous, kTwoPiece, kRefused };
 
@@ -76,7 +76,8 @@ struct Space {
         v.insert(v.end(), second, second + second_size);
         return v;
     }
-    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2, zarn_uint32* size2) {
+    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2,
+                              zarn_uint32* size2) {
         return static_cast<Space*>(stream)->grant(size, mem2, size2);
     }
 };
@@ -126,7 +127,8 @@ struct Side {
     }
     void set_getbuf(bool on) {
         getbuf_on = on && takes_getbuf();
-        Zarn_CodecUtil_SetGetBufFunc(handle, getbuf_on ? reinterpret_cast<void*>(&Space::getbuf) : nullptr);
+        Zarn_CodecUtil_SetGetBufFunc(handle,
+                                     getbuf_on ? reinterpret_cast<void*>(&Space::getbuf) : nullptr);
     }
 
     // A push returns NULL, the unit itself (declined: passed on as it is) or
@@ -208,7 +210,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     Params params;
     void* p = params.read(in, type);
-    if (Zarn_CodecUtil_SetParam(ref.handle, p) != Zarn_CodecUtil_SetParam(other.handle, p)) __builtin_trap();
+    if (Zarn_CodecUtil_SetParam(ref.handle, p) != Zarn_CodecUtil_SetParam(other.handle, p))
+        __builtin_trap();
 
     uint64_t timestamp = 0;
     for (int ops = 0; !in.empty() && ops < 64; ++ops) {
@@ -224,18 +227,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 // a converter may rewrite the unit in place, and ASan sees a
                 // read past it.
                 std::vector<uint8_t> copy = unit;
-                CodecUtilBuffer_t a{unit.empty() ? nullptr : unit.data(), static_cast<zarn_uint32>(unit.size()),
-                                    timestamp, (op >> 3) & 1u};
+                CodecUtilBuffer_t a{unit.empty() ? nullptr : unit.data(),
+                                    static_cast<zarn_uint32>(unit.size()), timestamp,
+                                    (op >> 3) & 1u};
                 CodecUtilBuffer_t b = a;
                 b.data = copy.empty() ? nullptr : copy.data();
-                const auto ra = ref.push(a, mode == Grant::kRefused ? mode : Grant::kContiguous, 0, 0x00);
+                const auto ra =
+                    ref.push(a, mode == Grant::kRefused ? mode : Grant::kContiguous, 0, 0x00);
                 const auto rb = other.push(b, mode, wrap, 0xFF);
                 if (!(ra == rb)) __builtin_trap();
                 break;
             }
             case 1: {  // parameters again
                 void* q = params.read(in, type);
-                if (Zarn_CodecUtil_SetParam(ref.handle, q) != Zarn_CodecUtil_SetParam(other.handle, q))
+                if (Zarn_CodecUtil_SetParam(ref.handle, q) !=
+                    Zarn_CodecUtil_SetParam(other.handle, q))
                     __builtin_trap();
                 break;
             }

@@ -36,7 +36,7 @@ private:
 };
 
 inline constexpr uint32_t kFourccs[] = {0x33564D57 /* WMV3 */, 0x31435657 /* WVC1 */,
-                                 0x41564D57 /* WMVA */, 0x30385056 /* VP80 */};
+                                        0x41564D57 /* WMVA */, 0x30385056 /* VP80 */};
 
 // The parameter record for `type`, pointing into `blob` and `fourcc`.
 struct Params {
@@ -112,8 +112,9 @@ struct Params {
 };
 
 inline void* create(int type, CodecUtilMemVtable_t* table = nullptr) {
-    return type == CODEC_UTIL_TYPE_VP9 ? CodecUtil_VP9_Create(table)
-                                       : Zarn_CodecUtil_Create(static_cast<CodecUtilType_e>(type), table);
+    return type == CODEC_UTIL_TYPE_VP9
+               ? CodecUtil_VP9_Create(table)
+               : Zarn_CodecUtil_Create(static_cast<CodecUtilType_e>(type), table);
 }
 
 }  // namespace fuzzinput

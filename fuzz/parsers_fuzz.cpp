@@ -66,7 +66,8 @@ bool would_exit(const std::vector<uint8_t>& nal, int startcode, int hdr, bool se
     if (!avc || nal.size() <= static_cast<size_t>(startcode + hdr)) return false;
     std::vector<uint8_t> rbsp(nal.size());
     size_t len = 0;
-    parser_remove_0x03(rbsp.data(), &len, nal.data() + startcode + hdr, nal.size() - startcode - hdr);
+    parser_remove_0x03(rbsp.data(), &len, nal.data() + startcode + hdr,
+                       nal.size() - startcode - hdr);
     const uint8_t profile = len > 0 ? rbsp[0] : 0;
     const uint8_t level = len > 2 ? rbsp[2] : 0;
     return (profile == 128 || profile == 134) && level != 40 && level != 41;
@@ -162,16 +163,26 @@ void fuzz_bitbuf(Reader& in) {
                 WriteBits(&b, lo | (hi << 16), n);
                 break;
             }
-            case 2: ByteAlign(&b, &align_ref); break;
-            case 3: (void)AlignBits(&b); break;
-            case 4: WindBitBufferBidirectional(&b, static_cast<int16_t>(in.u16())); break;
+            case 2:
+                ByteAlign(&b, &align_ref);
+                break;
+            case 3:
+                (void)AlignBits(&b);
+                break;
+            case 4:
+                WindBitBufferBidirectional(&b, static_cast<int16_t>(in.u16()));
+                break;
             case 5:
                 CopyBitBufAll(&b, &copy);
                 check_inside(copy);
                 (void)ReadBits(&copy, n);
                 break;
-            case 6: ResetBitsRead(&b); break;
-            default: (void)GetBitsInBuf(&b); break;
+            case 6:
+                ResetBitsRead(&b);
+                break;
+            default:
+                (void)GetBitsInBuf(&b);
+                break;
         }
         check_inside(b);
     }
@@ -188,7 +199,8 @@ void fuzz_aac(Reader& in) {
     std::vector<uint8_t> asc = in.bytes(in.left());
     if (asc.empty()) return;
     unsigned char adts[ADTS_HEADER_SIZE] = {};
-    const eTrnsptError r = zarn_trnsptRead(asc.data(), static_cast<int>(asc.size()), adts, framelen);
+    const eTrnsptError r =
+        zarn_trnsptRead(asc.data(), static_cast<int>(asc.size()), adts, framelen);
     if (r == eTrnsptOK && framelen + ADTS_HEADER_SIZE <= 0x1FFF)
         check(AdtsHeaderIsAdded(adts, framelen + ADTS_HEADER_SIZE) != FALSE);
     AACPLUSDEC_BITSTREAMBUFFERINFO info{asc.data(), static_cast<unsigned>(asc.size()),
@@ -206,7 +218,8 @@ void fuzz_aac(Reader& in) {
 void check_position(bbio_handle_t io, size_t size) {
     const int64_t pos = io->position(io);
     check(pos >= 0 && static_cast<uint64_t>(pos) <= size);
-    check(src_following_bit_num(io) == (static_cast<int64_t>(size) - pos) * 8 + src_bits_cached(io));
+    check(src_following_bit_num(io) ==
+          (static_cast<int64_t>(size) - pos) * 8 + src_bits_cached(io));
 }
 
 void fuzz_io(Reader& in) {
@@ -240,7 +253,8 @@ void fuzz_io(Reader& in) {
     }
     size_t data_size = 0;
     uint8_t* block = w->get_buffer(w, &data_size, nullptr);
-    check(data_size == written.size() && (written.empty() || std::memcmp(block, written.data(), data_size) == 0));
+    check(data_size == written.size() &&
+          (written.empty() || std::memcmp(block, written.data(), data_size) == 0));
     std::free(block);
     w->destroy(w);
 
@@ -253,22 +267,42 @@ void fuzz_io(Reader& in) {
         const uint8_t op = in.u8();
         const uint8_t n = in.u8();
         switch (op % 12) {
-            case 0: (void)src_read_bits(r, n % 41); break;
-            case 1: (void)src_read_u8(r); break;
-            case 2: (void)src_read_u16(r); break;
-            case 3: (void)src_read_u24(r); break;
-            case 4: (void)src_read_u32(r); break;
-            case 5: (void)src_read_u64(r); break;
-            case 6: (void)read_ue(r); break;
-            case 7: (void)read_se(r); break;
+            case 0:
+                (void)src_read_bits(r, n % 41);
+                break;
+            case 1:
+                (void)src_read_u8(r);
+                break;
+            case 2:
+                (void)src_read_u16(r);
+                break;
+            case 3:
+                (void)src_read_u24(r);
+                break;
+            case 4:
+                (void)src_read_u32(r);
+                break;
+            case 5:
+                (void)src_read_u64(r);
+                break;
+            case 6:
+                (void)read_ue(r);
+                break;
+            case 7:
+                (void)read_se(r);
+                break;
             case 8: {
                 const int64_t before = src_following_bit_num(r);
                 const uint32_t v = src_peek_bits(r, n % 33, static_cast<int8_t>(in.u8()) % 4);
                 check(src_following_bit_num(r) == before || v == 0xFFFFFFFF);
                 break;
             }
-            case 9: src_skip_bits(r, n * 3u); break;
-            case 10: (void)r->seek(r, static_cast<int8_t>(n), in.u8() % 3); break;
+            case 9:
+                src_skip_bits(r, n * 3u);
+                break;
+            case 10:
+                (void)r->seek(r, static_cast<int8_t>(n), in.u8() % 3);
+                break;
             default: {
                 std::vector<uint8_t> out(n % 16);
                 check(r->read(r, out.data(), out.size()) <= out.size());
@@ -329,7 +363,8 @@ void fuzz_mirror(Reader& in) {
             default: {
                 const int want = 1 + len * 4;
                 if (mirror_buffer_relloc(&m, want) < 0) break;
-                if (model.size() > static_cast<size_t>(m.size)) model.resize(static_cast<size_t>(m.size));
+                if (model.size() > static_cast<size_t>(m.size))
+                    model.resize(static_cast<size_t>(m.size));
                 break;
             }
         }
@@ -353,12 +388,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
     Reader in(data + 1, size - 1);
     switch (data[0] % 6) {
-        case 0: fuzz_parser(in, true); break;
-        case 1: fuzz_parser(in, false); break;
-        case 2: fuzz_bitbuf(in); break;
-        case 3: fuzz_aac(in); break;
-        case 4: fuzz_io(in); break;
-        default: fuzz_mirror(in); break;
+        case 0:
+            fuzz_parser(in, true);
+            break;
+        case 1:
+            fuzz_parser(in, false);
+            break;
+        case 2:
+            fuzz_bitbuf(in);
+            break;
+        case 3:
+            fuzz_aac(in);
+            break;
+        case 4:
+            fuzz_io(in);
+            break;
+        default:
+            fuzz_mirror(in);
+            break;
     }
     return 0;
 }

@@ -63,7 +63,8 @@ struct Schedule {
 
 // One splitter through the schedule; false when a parser ended the process.
 bool run(const Schedule& in, Sink& sink) {
-    void* s = ves_split_init((in.flags & 1) != 0 ? VES_HEVC : VES_AVC, deliver, &sink, (in.flags >> 1) & 1);
+    void* s = ves_split_init((in.flags & 1) != 0 ? VES_HEVC : VES_AVC, deliver, &sink,
+                             (in.flags >> 1) & 1);
     if (s == nullptr) return true;
     bool finished = true;
     {
@@ -103,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     in.size = size - 4 - in.record_len;
     Sink chunked;
     chunked.fail_at = data[2];
-    if (!run(in, chunked) || chunked.fail_at != 0 || in.record_len != 0 || in.chunk >= in.size) return 0;
+    if (!run(in, chunked) || chunked.fail_at != 0 || in.record_len != 0 || in.chunk >= in.size)
+        return 0;
     Schedule whole = in;
     whole.chunk = in.size;
     Sink once;

@@ -26,13 +26,13 @@ std::mutex& edr_debug_mutex();
 
 // The file is read again under the lock: another thread may have closed it
 // between the test and the write.
-#define EDR_LOG_AS(func, level, fmt, ...)                                                     \
-    do {                                                                                      \
-        if (edr_debug_on(level)) {                                                            \
-            const std::lock_guard<std::mutex> edr_lock_(vesparser::edr_debug_mutex());        \
-            if (FILE* edr_file_ = __atomic_load_n(&edr_debug_file, __ATOMIC_RELAXED))         \
-                std::fprintf(edr_file_, fmt, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__);      \
-        }                                                                                     \
+#define EDR_LOG_AS(func, level, fmt, ...)                                                \
+    do {                                                                                 \
+        if (edr_debug_on(level)) {                                                       \
+            const std::lock_guard<std::mutex> edr_lock_(vesparser::edr_debug_mutex());   \
+            if (FILE* edr_file_ = __atomic_load_n(&edr_debug_file, __ATOMIC_RELAXED))    \
+                std::fprintf(edr_file_, fmt, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                                \
     } while (0)
 
 #define EDR_LOG(level, fmt, ...) EDR_LOG_AS(__func__, level, fmt __VA_OPT__(, ) __VA_ARGS__)

@@ -1,11 +1,11 @@
 // Device and parser registries: fixed tables searched in registration order.
 #include "registry.h"
 
-#include "parser_common.h"
-
 #include <strings.h>
 
 #include <cassert>
+
+#include "parser_common.h"
 
 namespace {
 

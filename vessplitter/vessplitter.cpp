@@ -239,7 +239,8 @@ void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix,
     if (nal_type == p->nal_type_idr || (hevc && (nal_type == 19 || nal_type == 20))) {
         const uint32_t n = static_cast<uint32_t>(p->parser_get_num_units_in_tick(p));
         const int32_t clock = p->parser_get_time_scale(p);
-        if (clock != 0) el_time_scale.store(static_cast<uint32_t>(clock), std::memory_order_relaxed);
+        if (clock != 0)
+            el_time_scale.store(static_cast<uint32_t>(clock), std::memory_order_relaxed);
         if (split->f_idr_aligned == 0) {
             const uint64_t dpd = p->parser_get_dpb_output_time(p, t);
             el.derived_pts = time_from_anchor(el, dpd);

@@ -45,7 +45,8 @@ struct Heap {
     bool armed = false;
     int calls = 0;
     int fail_at = 0;
-    std::vector<void*>* live = nullptr;  // allocated before arming, never through the wrappers' counting
+    std::vector<void*>* live =
+        nullptr;  // allocated before arming, never through the wrappers' counting
 
     bool refuse() { return armed && ++calls == fail_at; }
     void track(void* p) {
@@ -141,7 +142,10 @@ public:
         g_heap.fail_at = fail_at;
         g_heap.armed = true;
     }
-    ~Armed() { disarm(); g_heap.live = nullptr; }
+    ~Armed() {
+        disarm();
+        g_heap.live = nullptr;
+    }
     Armed(const Armed&) = delete;
     Armed& operator=(const Armed&) = delete;
     void disarm() { g_heap.armed = false; }
@@ -232,10 +236,10 @@ ConverterSeed load_converter_seed(const std::string& name) {
 }
 
 struct ConverterRun {
-    int table_requests = 0;  // allocation requests through the table
-    int create_requests = 0; // those made by the constructor
-    int outside = 0;         // allocations outside the table
-    Bytes recovered;         // a push after a fresh SetParam, failures over
+    int table_requests = 0;   // allocation requests through the table
+    int create_requests = 0;  // those made by the constructor
+    int outside = 0;          // allocations outside the table
+    Bytes recovered;          // a push after a fresh SetParam, failures over
     bool created = false;
 };
 
@@ -264,7 +268,8 @@ ConverterRun run_converter(const ConverterSeed& seed, int fail_at) {
         zarn_uint32 size = 0;
         const bool hal = !takes_getbuf(h);
         if (hal) zhal_sim_stream_set_write_pos(space.hal, 0);
-        written = Zarn_CodecUtil_ConvPushBuffer(h, hal ? space.hal : static_cast<void*>(&space), &b, &size);
+        written = Zarn_CodecUtil_ConvPushBuffer(h, hal ? space.hal : static_cast<void*>(&space), &b,
+                                                &size);
         return written != nullptr && written != unit.data() ? size : 0u;
     };
     Armed heap(0);
@@ -369,7 +374,8 @@ SplitterRun run_splitter(const SplitterSeed& seed, int fail_at) {
         void* s = ves_split_init(seed.codec, deliver, &sum, 0);
         run.created = s != nullptr;
         if (s != nullptr) {
-            const int r = ves_split_set_codec_data(s, record.data(), static_cast<int>(record.size()));
+            const int r =
+                ves_split_set_codec_data(s, record.data(), static_cast<int>(record.size()));
             EXPECT_TRUE(r == 0 || r == -1);
             uint64_t pts = 0;
             for (size_t off = 0; off < stream.size(); off += 1024) {

@@ -78,8 +78,8 @@ struct Converter {
             CodecUtilBuffer_t b{unit.data(), static_cast<zarn_uint32>(unit.size()), 40000000, 1};
             zarn_uint32 size = 0;
             if (!own_space) zhal_sim_stream_set_write_pos(hal, 0);
-            if (Zarn_CodecUtil_ConvPushBuffer(h, own_space ? static_cast<void*>(this) : hal, &b, &size) !=
-                nullptr)
+            if (Zarn_CodecUtil_ConvPushBuffer(h, own_space ? static_cast<void*>(this) : hal, &b,
+                                              &size) != nullptr)
                 written += size;
         }
         (void)Zarn_CodecUtil_SetParam(h, p);
@@ -115,15 +115,17 @@ uint64_t split_round(const Bytes& seed) {
 }
 
 TEST(Threads, ConvertersAndSplittersRunTogetherWhileSettingsChange) {
-    const char* kSeeds[] = {"h264_ring", "h265_ring", "mpeg4_ring", "divx_ring", "spark_hal",
+    const char* kSeeds[] = {"h264_ring", "h265_ring", "mpeg4_ring", "divx_ring",   "spark_hal",
                             "vp8_ring",  "vp9_ring",  "aac_ring",   "vorbis_ring", "opus_ring"};
     std::vector<std::unique_ptr<Converter>> converters;
     for (int i = 0; i < 64; ++i)
-        converters.push_back(std::make_unique<Converter>(read_file(std::string("converter/") + kSeeds[i % 10])));
+        converters.push_back(
+            std::make_unique<Converter>(read_file(std::string("converter/") + kSeeds[i % 10])));
     const Bytes dual[] = {read_file("splitter/dual_avc"), read_file("splitter/dual_hevc")};
 
     zarn_debug_set_sink(discard, nullptr);
-    setenv("EDR_DEBUG_FILE", "/dev/null", 1);  // set before any thread starts: getenv is read on them
+    setenv("EDR_DEBUG_FILE", "/dev/null",
+           1);  // set before any thread starts: getenv is read on them
     std::atomic<bool> running{true};
     std::thread settings([&] {
         for (int i = 0; running.load(); ++i) {
