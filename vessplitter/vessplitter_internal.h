@@ -17,7 +17,8 @@
 extern std::atomic<uint32_t> el_time_scale;
 
 // Grows a layer's access-unit block; the standard realloc unless a test
-// swaps in a failing one.
+// swaps in a failing one. Set-once: only while no splitter is running (a
+// test hook, read unsynchronised on every push).
 using ves_realloc_fn = void* (*)(void*, size_t);
 extern ves_realloc_fn ves_layer_realloc;
 
