@@ -43,6 +43,14 @@ clips = [("h264.mp4", 2, False), ("h265.mp4", 10, False), ("mpeg4.mp4", 1, False
          ("divx.avi", 0, True), ("spark.flv", 4, True), ("vp8.webm", 6, True),
          ("vp9.webm", 11, True), ("aac.mp4", 7, False), ("vorbis.webm", 8, False),
          ("opus.webm", 9, False)]
+def write_seeds(stem, ctype, rec, pushes):
+    for tag, getbuf, grant, wrap in (("ring", 1, 0, 0), ("wrap", 1, 1, 0x80), ("hal", 0, 1, 0x10)):
+        body = bytes([ctype, getbuf]) + rec
+        for op, data in pushes:
+            body += bytes([op]) + struct.pack("<H", len(data)) + data + bytes([grant, wrap])
+        with open(f"{out}/{stem}_{tag}", "wb") as f:
+            f.write(body)
+frames = {}
 def hexdump(s):
     return bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split()) for l in s.strip().splitlines()))
 for name, ctype, dims in clips:
@@ -62,12 +70,15 @@ for name, ctype, dims in clips:
         data = hexdump(p["data"])[:8192]
         op = 0x04 | (0x08 if p["flags"].startswith("K") else 0)
         pushes.append((op, data))
-    for tag, getbuf, grant, wrap in (("ring", 1, 0, 0), ("wrap", 1, 1, 0x80), ("hal", 0, 1, 0x10)):
-        body = bytes([ctype, getbuf]) + rec
-        for op, data in pushes:
-            body += bytes([op]) + struct.pack("<H", len(data)) + data + bytes([grant, wrap])
-        with open(f"{out}/{name.split('.')[0]}_{tag}", "wb") as f:
-            f.write(body)
+    write_seeds(name.split(".")[0], ctype, rec, pushes)
+    frames[ctype] = pushes
+# FFmpeg encodes neither VP6 nor VC-1. Both converters put frames behind
+# headers without looking into them, so VP8 frames stand in; VC-1 as "WMV3"
+# with a simple-profile STRUCT_C (4 bytes) and 25 fps.
+write_seeds("vp6", 5, bytes([0]) + struct.pack("<hhB", 96, 64, 0), frames[6])
+struct_c = bytes([0x0e, 0x79, 0x1a, 0x01])
+write_seeds("vc1", 3, bytes([0]) + struct.pack("<hhB", 96, 64, 4) + struct_c + struct.pack("<hhh", 4, 800, 25),
+            frames[6])
 PY
 
 # Seeds for the parsers target: the SPS and SEI NAL units of x264/x265

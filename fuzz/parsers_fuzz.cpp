@@ -149,7 +149,8 @@ void fuzz_bitbuf(Reader& in) {
     zarn_sint32 align_ref = b.cntBits;
     while (!in.empty()) {
         const uint8_t op = in.u8();
-        const uint8_t n = in.u8() % 34;  // 33 trips the assertion, which goes on (after a slow back-trace)
+        // 33 trips the assertion, which goes on (after a slow back-trace).
+        const uint8_t n = in.u8() % 34;
         switch (op % 8) {
             case 0: {
                 const zarn_sint32 before = b.cntBits;

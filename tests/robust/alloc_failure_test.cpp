@@ -325,8 +325,8 @@ TEST_P(ConverterAllocFailure, EveryAllocationFailingOnceLeavesNoLeakAndAUsableHa
 
 INSTANTIATE_TEST_SUITE_P(Seeds, ConverterAllocFailure,
                          testing::Values("h264_ring", "h265_ring", "mpeg4_ring", "divx_ring",
-                                         "spark_ring", "vp8_ring", "vp9_ring", "aac_ring",
-                                         "vorbis_ring", "opus_ring"),
+                                         "vc1_ring", "spark_ring", "vp6_ring", "vp8_ring",
+                                         "vp9_ring", "aac_ring", "vorbis_ring", "opus_ring"),
                          [](const testing::TestParamInfo<const char*>& seed) {
                              const std::string name(seed.param);
                              return name.substr(0, name.find('_'));

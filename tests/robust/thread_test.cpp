@@ -1,5 +1,5 @@
 // Many converters and splitters at once, for ThreadSanitizer: 64 converters
-// of every type with seeds on 8 threads and 4 splitters on 4 threads, while
+// of every type on 8 threads and 4 splitters on 4 threads, while
 // another thread keeps changing the log threshold and the splitter's debug
 // level. Each converter or splitter is driven by one thread, as the
 // interface requires; what they share is the process-wide state (log
@@ -115,12 +115,13 @@ uint64_t split_round(const Bytes& seed) {
 }
 
 TEST(Threads, ConvertersAndSplittersRunTogetherWhileSettingsChange) {
-    const char* kSeeds[] = {"h264_ring", "h265_ring", "mpeg4_ring", "divx_ring",   "spark_hal",
-                            "vp8_ring",  "vp9_ring",  "aac_ring",   "vorbis_ring", "opus_ring"};
+    const char* kSeeds[] = {"h264_ring", "h265_ring",  "mpeg4_ring",  "divx_ring",
+                            "vc1_ring",  "spark_ring", "vp6_ring",    "vp8_ring",
+                            "vp9_ring",  "aac_ring",   "vorbis_ring", "opus_ring"};
     std::vector<std::unique_ptr<Converter>> converters;
     for (int i = 0; i < 64; ++i)
         converters.push_back(
-            std::make_unique<Converter>(read_file(std::string("converter/") + kSeeds[i % 10])));
+            std::make_unique<Converter>(read_file(std::string("converter/") + kSeeds[i % 12])));
     const Bytes dual[] = {read_file("splitter/dual_avc"), read_file("splitter/dual_hevc")};
 
     zarn_debug_set_sink(discard, nullptr);
