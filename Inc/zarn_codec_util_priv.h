@@ -43,15 +43,21 @@ static inline void codec_util_free(CodecUtilBase_t* base, void* mem) {
  * Zarn_CodecUtil_Create. */
 extern CODEC_UTIL_API ZarnDebugCategory* codec_util_debug;
 
-/* Creates codec_util_debug once; later calls do nothing. Not thread-safe:
- * the first two creations must not race. */
+/* Creates codec_util_debug once; later calls do nothing. Thread-safe: the
+ * check and the creation run under a lock, so converters created at once on
+ * several threads share one category, and each reads it after its own call. */
 CODEC_UTIL_API void CodecUtil_DebugInit(void);
 
-/* The test on __zarn_debug_min is made here, so a line below the threshold
- * costs one compare. */
+/* The platform's global log threshold, read with a relaxed atomic load: a
+ * controlling thread may change it (with an atomic store) while converters
+ * log on others. */
+#define CODEC_UTIL_LOG_THRESHOLD() __atomic_load_n(&__zarn_debug_min, __ATOMIC_RELAXED)
+
+/* The test on the threshold is made here, so a line below it costs one
+ * compare. */
 #define CODEC_UTIL_LOG(level, ...)                                                      \
     do {                                                                                \
-        if (__zarn_debug_min >= (level))                                                \
+        if (CODEC_UTIL_LOG_THRESHOLD() >= (level))                                      \
             zarn_debug_log(codec_util_debug, (level), __FILE__, __func__, __LINE__,     \
                            __VA_ARGS__);                                                \
     } while (0)

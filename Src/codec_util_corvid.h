@@ -93,12 +93,12 @@ inline void dump_byte_runs(std::initializer_list<std::span<const uint8_t>> runs,
     const int threshold = category->threshold;
     pthread_mutex_unlock(&category->catLock);
     if (threshold <= ZARN_LEVEL_DEBUG) return;
-    if (__zarn_debug_min >= ZARN_LEVEL_LOG)
+    if (CODEC_UTIL_LOG_THRESHOLD() >= ZARN_LEVEL_LOG)
         zarn_debug_log(category, ZARN_LEVEL_LOG, file, function, line,
                        "Dump the data to screen.\n@@@@@@@@   ====================  @@@@@@@@");
     for (const auto run : runs)
         for (const uint8_t b : run) std::fprintf(stderr, "%02x ", b);
-    if (__zarn_debug_min >= ZARN_LEVEL_LOG)
+    if (CODEC_UTIL_LOG_THRESHOLD() >= ZARN_LEVEL_LOG)
         zarn_debug_dump(category, ZARN_LEVEL_LOG, "\n@@@@@@@@   =========End========  @@@@@@@@");
 }
 

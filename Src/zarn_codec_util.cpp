@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include "zarn_codec_util_priv.h"
 
@@ -13,6 +14,8 @@ extern "C" {
 CODEC_UTIL_API ZarnDebugCategory* codec_util_debug = nullptr;
 
 CODEC_UTIL_API void CodecUtil_DebugInit(void) {
+    static std::mutex lock;
+    const std::lock_guard<std::mutex> guard(lock);
     if (codec_util_debug == nullptr)
         codec_util_debug = zarn_debug_category_new(
             "CODECUTIL", ZARN_DEBUG_BG_CYAN | ZARN_DEBUG_FG_WHITE, "utility codec convert");
@@ -88,11 +91,16 @@ void codec_util_assert_failed(const char* condition, const char* file, int line,
     Zarn_Util_BT(10);
     std::printf("\n\033[0;34;41m ASSERT, Pid:%d File:%s Line:%d Routine:%s, %s failed \033[0m \n",
                 static_cast<int>(getpid()), file, line, function, condition);
-    if (vxm_sys_request_assert == -1) {
+    // The platform's flag, decided once from the environment; atomic because
+    // assertions may fail on several converter threads at once (each would
+    // decide the same value).
+    int request = __atomic_load_n(&vxm_sys_request_assert, __ATOMIC_RELAXED);
+    if (request == -1) {
         const char* v = std::getenv("VXM_SYS_ASSERT");
-        vxm_sys_request_assert = (v != nullptr && v[0] == '1') ? 1 : 0;
+        request = (v != nullptr && v[0] == '1') ? 1 : 0;
+        __atomic_store_n(&vxm_sys_request_assert, request, __ATOMIC_RELAXED);
     }
-    if (vxm_sys_request_assert != 0) {
+    if (request != 0) {
         std::printf("\n\033[0;34;41m Request abort, Pid:%d File:%s Line:%d Routine:%s, failed \033[0m \n",
                     static_cast<int>(getpid()), file, line, function);
         std::fflush(stdout);

@@ -318,7 +318,7 @@ zarn_bool vc1_corvid_parse_codec_specific_data(ZarnUtilCodecVC1Corvid_t* p_vc1_c
 }
 
 void dump_valid_parameters(const ZarnUtilCodecVC1Corvid_t* r) {
-    if (__zarn_debug_min < ZARN_LEVEL_DEBUG) return;
+    if (CODEC_UTIL_LOG_THRESHOLD() < ZARN_LEVEL_DEBUG) return;
     CODEC_UTIL_DEBUG(
         "\n==============   Now Dump The Valid Parameters Come From Set Parms "
         "============== ");

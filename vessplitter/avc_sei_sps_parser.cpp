@@ -78,7 +78,7 @@ uint32_t depth_ms(uint32_t cpb_size, uint32_t bit_rate) {
                          : static_cast<uint32_t>(static_cast<uint64_t>(cpb_size) * 1000 / bit_rate);
 }
 
-void build_tables() {
+void fill_tables() {
     std::memset(MaxBRTbl, 0, sizeof MaxBRTbl);
     std::memset(MaxCPBTbl, 0, sizeof MaxCPBTbl);
     std::memset(cpbBrNalfactorTbl, 0, sizeof cpbBrNalfactorTbl);
@@ -87,6 +87,14 @@ void build_tables() {
         MaxCPBTbl[l.level_idc] = l.max_cpb;
     }
     for (const ProfileFactor& p : kProfiles) cpbBrNalfactorTbl[p.profile_idc] = p.factor;
+}
+
+// Filled once for the process: parsers are created on any thread and read
+// the tables while others are being created.
+// (A function-local static: its initialisation is serialised.)
+void build_tables() {
+    static const bool filled = (fill_tables(), true);
+    (void)filled;
 }
 
 // H.264 7.3.2.1.1.1; the lists are not kept.

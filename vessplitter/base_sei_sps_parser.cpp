@@ -27,6 +27,11 @@ VES_API int edr_debug_level = 0;
 VES_API FILE* edr_debug_file = nullptr;
 }
 
+std::mutex& vesparser::edr_debug_mutex() {
+    static std::mutex m;
+    return m;
+}
+
 namespace {
 
 // Leading zero bits of each byte value in an 8-bit byte.
@@ -175,7 +180,10 @@ VES_API int32_t parser_get_sei_timing_num(parser_handle_t parser) {
     return parser != nullptr ? parser->sei_timing_num : 0;
 }
 
+// Emptying and refilling happen under the registry lock as one step, so a
+// parser created on another thread meanwhile never finds the table empty.
 VES_API void parser_env_init(void) {
+    const std::lock_guard<std::recursive_mutex> lock(vesparser::registry_mutex());
     reg_bbio_init();
     bbio_buf_reg();
 }

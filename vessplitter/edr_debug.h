@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <mutex>
 
 #include "sei_sps_parser.h"
 
@@ -13,19 +14,25 @@ inline constexpr int kEdrWarning = 1;
 inline constexpr int kEdrDebug = 4;
 
 inline bool edr_debug_on(int level) {
-    return edr_debug_file != nullptr && edr_debug_level >= level;
+    return __atomic_load_n(&edr_debug_file, __ATOMIC_ACQUIRE) != nullptr &&
+           __atomic_load_n(&edr_debug_level, __ATOMIC_RELAXED) >= level;
 }
 
-#define EDR_LOG(level, fmt, ...)                                                       \
-    do {                                                                               \
-        if (edr_debug_on(level))                                                       \
-            std::fprintf(edr_debug_file, fmt, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+namespace vesparser {
+// Held while a diagnostic line is written and while the library opens,
+// replaces or closes edr_debug_file.
+std::mutex& edr_debug_mutex();
+}  // namespace vesparser
+
+// The file is read again under the lock: another thread may have closed it
+// between the test and the write.
+#define EDR_LOG_AS(func, level, fmt, ...)                                                \
+    do {                                                                                 \
+        if (edr_debug_on(level)) {                                                       \
+            const std::lock_guard<std::mutex> edr_lock_(vesparser::edr_debug_mutex());   \
+            if (FILE* edr_file_ = __atomic_load_n(&edr_debug_file, __ATOMIC_RELAXED))    \
+                std::fprintf(edr_file_, fmt, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                                \
     } while (0)
 
-// The same with the function name given, for messages that name the public
-// entry point while a helper detects them.
-#define EDR_LOG_AS(func, level, fmt, ...)                                              \
-    do {                                                                               \
-        if (edr_debug_on(level))                                                       \
-            std::fprintf(edr_debug_file, fmt, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
-    } while (0)
+#define EDR_LOG(level, fmt, ...) EDR_LOG_AS(__func__, level, fmt __VA_OPT__(, ) __VA_ARGS__)

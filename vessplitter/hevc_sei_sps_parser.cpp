@@ -44,6 +44,42 @@ void link_sublayer_ptl(hevc_sps_t* sps) {
     for (int i = 0; i < 6; ++i) sps->as_protile[0].as_sublayer_ptl[i] = &sps->as_protile[i + 1];
 }
 
+// The slot an SPS is parsed into, allocated with its defaults on first use;
+// NULL when out of memory.
+hevc_sps_t* writable_slot(hevc_decoder_t& dec, uint32_t id) {
+    if (dec.sps[id] != nullptr) return dec.sps[id];
+    auto* sps = static_cast<hevc_sps_t*>(std::calloc(1, sizeof(hevc_sps_t)));
+    if (sps == nullptr) return nullptr;
+    sps->NalHrdBpPresentFlag = dec.NalHrdBpPresentFlag;
+    sps->CpbDpbDelaysPresentFlag = dec.CpbDpbDelaysPresentFlag;
+    link_sublayer_ptl(sps);
+    hevc_vui_t& vui = sps->vui;
+    vui.i_video_format = 5;
+    vui.i_colour_primaries = 2;
+    vui.i_transfer_characteristics = 2;
+    vui.i_matrix_coefficients = 2;
+    vui.b_motion_vectors_over_pic_bounds = 1;
+    vui.i_max_bytes_pp_denom = 2;
+    vui.i_max_bits_pmcu_denom = 1;
+    vui.i_log2_max_mv_lenh = 15;
+    vui.i_log2_max_mv_lenv = 15;
+    vui.i_num_units = 1001;
+    vui.i_time_scale = 60000;
+    dec.sps[id] = sps;
+    return sps;
+}
+
+bool is_defined(const hevc_decoder_t& dec, uint32_t id) {
+    return id < HEVC_MAX_SPS && dec.sps[id] != nullptr && dec.sps[id]->isDefined != 0;
+}
+
+void free_slots(hevc_decoder_t& dec) {
+    for (hevc_sps_t*& sps : dec.sps) {
+        std::free(sps);
+        sps = nullptr;
+    }
+}
+
 // general_/sub_layer_ profile part: 88 bits.
 void hevc_parse_profile_tier(bbio_handle_t bs, profile_tier_level_t* ptl) {
     ptl->i_profile_space = i32(src_read_bits(bs, 2));
@@ -383,11 +419,15 @@ int32_t hevc_parse_sequence_parameter_set(hevc_parser_t* p) {
     EDR_LOG(kEdrDebug, "%s:%d DEBUG:    sps_seq_parameter_set_id: %u\n\n", id);
     if (id >= HEVC_MAX_SPS) {
         EDR_LOG(kEdrError, "%s:%d ERROR: hevc seq_parameter_set_id in sps wrong\n\n");
-        if (dec.sps[0].isDefined) return 1;
+        if (is_defined(dec, 0)) return 1;
         EDR_LOG(kEdrError, "%s:%d ERROR: Assume hevc seq_parameter_set_id = 0\n\n");
         id = 0;
     }
-    hevc_sps_t* sps = &dec.sps[id];
+    hevc_sps_t* sps = writable_slot(dec, id);
+    if (sps == nullptr) {
+        EDR_LOG(kEdrError, "%s:%d ERROR: no memory for hevc sps\n\n");
+        return 1;
+    }
     dec.sps_id = static_cast<uint8_t>(id);
     sps->i_id = i8(id);
     sps->i_vps_id = i8(vps_id);
@@ -596,15 +636,15 @@ bool hevc_sei_buffering_period(hevc_parser_t* p, uint64_t start) {
     }
     bbio_handle_t bs = dec.dsb;
     uint32_t id = read_ue(bs);
-    if (id >= HEVC_MAX_SPS || !dec.sps[id].isDefined) {
+    if (!is_defined(dec, id)) {
         EDR_LOG_AS("hevc_parse_sei_messages", kEdrError,
                    "%s:%d ERROR: hevc seq_parameter_set_id in SEI BP wrong\n\n");
-        if (!dec.sps[0].isDefined) return true;
+        if (!is_defined(dec, 0)) return true;
         EDR_LOG_AS("hevc_parse_sei_messages", kEdrError,
                    "%s:%d ERROR: Assume seq_parameter_set_id = 0\n\n");
         id = 0;
     }
-    hevc_sps_t* sps = &dec.sps[id];
+    hevc_sps_t* sps = dec.sps[id];
     const hevc_vui_t& vui = sps->vui;
     dec.NewBpStart = 1;
     dec.bp.i_sps_idx = static_cast<int16_t>(id);
@@ -751,31 +791,14 @@ extern "C" {
 int hevc_parser_init(hevc_parser_handle_t parser, uint8_t NalHrdBpPresentFlag,
                      uint8_t CpbDpbDelaysPresentFlag) {
     hevc_decoder_t& dec = parser->dec;
-    for (hevc_sps_t& sps : dec.sps) {
-        sps.NalHrdBpPresentFlag = NalHrdBpPresentFlag;
-        sps.CpbDpbDelaysPresentFlag = CpbDpbDelaysPresentFlag;
-    }
+    dec.NalHrdBpPresentFlag = NalHrdBpPresentFlag;
+    dec.CpbDpbDelaysPresentFlag = CpbDpbDelaysPresentFlag;
     if (dec.dsb == nullptr) {
         dec.dsb = reg_bbio_get('b', 'r');
         if (dec.dsb == nullptr) {
             std::free(parser);
             return -1;
         }
-    }
-    for (hevc_sps_t& sps : dec.sps) {
-        link_sublayer_ptl(&sps);
-        hevc_vui_t& vui = sps.vui;
-        vui.i_video_format = 5;
-        vui.i_colour_primaries = 2;
-        vui.i_transfer_characteristics = 2;
-        vui.i_matrix_coefficients = 2;
-        vui.b_motion_vectors_over_pic_bounds = 1;
-        vui.i_max_bytes_pp_denom = 2;
-        vui.i_max_bits_pmcu_denom = 1;
-        vui.i_log2_max_mv_lenh = 15;
-        vui.i_log2_max_mv_lenv = 15;
-        vui.i_num_units = 1001;
-        vui.i_time_scale = 60000;
     }
     std::memset(static_cast<void*>(&dec.bp), 0, sizeof dec.bp);
     std::memset(static_cast<void*>(&dec.pic_timing), 0, sizeof dec.pic_timing);
@@ -877,8 +900,9 @@ void hevc_parser_reset(parser_handle_t parser) {
     if (parser == nullptr) return;
     hevc_parser_t* p = hevc(parser);
     bbio_handle_t dsb = p->dec.dsb;
-    const uint8_t nal_hrd = p->dec.sps[0].NalHrdBpPresentFlag;
-    const uint8_t delays = p->dec.sps[0].CpbDpbDelaysPresentFlag;
+    const uint8_t nal_hrd = p->dec.NalHrdBpPresentFlag;
+    const uint8_t delays = p->dec.CpbDpbDelaysPresentFlag;
+    free_slots(p->dec);
     std::memset(static_cast<void*>(p), 0, sizeof *p);
     install_slots(p);
     p->dec.dsb = dsb;
@@ -889,6 +913,7 @@ void hevc_parser_destroy(parser_handle_t parser) {
     if (parser == nullptr) return;
     hevc_parser_t* p = hevc(parser);
     if (p->dec.dsb != nullptr && p->dec.dsb->destroy != nullptr) p->dec.dsb->destroy(p->dec.dsb);
+    free_slots(p->dec);
     std::free(p);
 }
 

@@ -239,7 +239,12 @@ typedef struct hevc_sei_picture_timing_t_ {
 typedef struct hevc_decoder_t_ {
     uint8_t nal_unit_type;
     uint8_t sps_id;
-    hevc_sps_t sps[HEVC_MAX_SPS];
+    /* A slot (some 33 KB) is allocated and set to its defaults when an SPS is
+     * first parsed into it, so a parser costs only what its stream uses;
+     * NULL before. Slots without an SPS read as undefined. */
+    hevc_sps_t* sps[HEVC_MAX_SPS];
+    uint8_t NalHrdBpPresentFlag; /* what a new slot starts with */
+    uint8_t CpbDpbDelaysPresentFlag;
     hevc_sps_t* active_sps;
     hevc_sps_t* active_sps_enh;
     hevc_sei_buffering_period_t bp;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 
 #include "io_base.h"
 
@@ -12,6 +13,10 @@ namespace vesparser {
 
 // Payload bytes looked at per NAL unit (the RBSP buffers hold this much).
 inline constexpr uint32_t kMaxRbsp = 1024;
+
+// Guards the device and parser registries (registry.cpp); recursive so that
+// a caller can hold it across several registry calls.
+std::recursive_mutex& registry_mutex();
 
 // The one exit point for the stream conditions that end the process.
 [[noreturn]] void end_process(int status);

@@ -1,9 +1,11 @@
 /* Process-wide registries of I/O devices (by device-type and I/O-mode
  * letter) and of parser constructors (by name). Valid C99 and C++.
  *
- * Both tables are unsynchronised, zero at load time and kept in registration
- * order; they are written at splitter start-up, so two splitters must not be
- * started at the same time from different threads. Registering past the
+ * Both tables are zero at load time and kept in registration order. They are
+ * rewritten at every splitter start-up, possibly while other threads create
+ * parsers, so every call takes the registries' lock (a recursive mutex;
+ * parser_env_init holds it across emptying and refilling); a constructor
+ * found is called after the lock is released. Registering past the
  * capacity is a precondition violation (assert "reg_bbio_num < BBIO_MAX_NUM",
  * "reg_parser_num < PARSER_NUM_MAX"). */
 #ifndef VESSPLITTER_REGISTRY_H

@@ -59,7 +59,14 @@ struct parser_t_ {
 
 typedef enum sei_msgType_t_ { SEI_BUFFERING_PERIOD = 0, SEI_PIC_TIMING = 1 } sei_msgType_t;
 
-/* Debug settings shared by the splitter and the parsers; 0 and NULL at load. */
+/* Debug settings shared by the splitter and the parsers; 0 and NULL at load.
+ * Thread safety: the library reads both with atomic loads, and writes them
+ * (ves_split_init, ves_split_free) with atomic stores under the debug-file
+ * lock, which every diagnostic line also holds while it writes, so a file is
+ * never closed under a writer. A caller may change edr_debug_level at any
+ * time with an atomic store (__atomic_store_n); a caller that sets
+ * edr_debug_file itself does so before any thread uses a splitter or a
+ * parser, and closes it only after they are done. */
 extern VES_API int edr_debug_level;
 extern VES_API FILE* edr_debug_file;
 

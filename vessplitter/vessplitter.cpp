@@ -38,7 +38,7 @@ using codecutil::NalKind;
 static_assert(offsetof(struct mirror_buffer, start) == 0);
 static_assert(sizeof(enum ves_type) == sizeof(int));
 
-uint32_t el_time_scale = 90000;
+std::atomic<uint32_t> el_time_scale{90000};
 ves_realloc_fn ves_layer_realloc = std::realloc;
 
 namespace {
@@ -191,10 +191,11 @@ int ves_split_output(struct ves_splitter* split, enum ves_type type, void* data,
 }
 
 uint64_t ves_scale_ticks(const struct ves_layer_param& layer, uint64_t ticks) {
-    if (layer.time_scale == el_time_scale || el_time_scale == 0) return ticks;
+    const uint32_t el_scale = el_time_scale.load(std::memory_order_relaxed);
+    if (layer.time_scale == el_scale || el_scale == 0) return ticks;
     // Two's complement: a wrapped difference is a picture before the anchor.
     const double signed_ticks = static_cast<double>(static_cast<int64_t>(ticks));
-    double v = signed_ticks * static_cast<double>(layer.time_scale) / static_cast<double>(el_time_scale);
+    double v = signed_ticks * static_cast<double>(layer.time_scale) / static_cast<double>(el_scale);
     // 2^63 is exact in double; anything at or beyond it is clamped.
     constexpr double kLimit = 9223372036854775808.0;
     if (v >= kLimit) return static_cast<uint64_t>(INT64_MAX);
@@ -241,7 +242,8 @@ void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix,
     if (kind == NalKind::kIdr) {
         const uint32_t n = static_cast<uint32_t>(p->parser_get_num_units_in_tick(p));
         const int32_t clock = p->parser_get_time_scale(p);
-        if (clock != 0) el_time_scale = static_cast<uint32_t>(clock);
+        if (clock != 0)
+            el_time_scale.store(static_cast<uint32_t>(clock), std::memory_order_relaxed);
         if (split->f_idr_aligned == 0) {
             const uint64_t dpd = p->parser_get_dpb_output_time(p, t);
             el.derived_pts = time_from_anchor(el, dpd);
@@ -701,18 +703,24 @@ VES_API void* ves_split_init(int codec_type, pfn_ves_output output, void* param,
         if (const char* path = std::getenv(name)) split->dump_files[t] = std::fopen(path, "wb");
     }
     if (const char* level = std::getenv("EDR_DEBUG_LEVEL"))
-        edr_debug_level = static_cast<int>(std::strtol(level, nullptr, 10));
-    // A debug file this library opened earlier is replaced, not leaked.
-    if (s_opened_debug_file != nullptr && edr_debug_file == s_opened_debug_file) {
-        std::fclose(s_opened_debug_file);
-        edr_debug_file = nullptr;
-    }
-    s_opened_debug_file = nullptr;
-    if (const char* path = std::getenv("EDR_DEBUG_FILE")) {
-        edr_debug_file = std::fopen(path, "w");
-        s_opened_debug_file = edr_debug_file;
-    } else {
-        edr_debug_file = stdout;
+        __atomic_store_n(&edr_debug_level, static_cast<int>(std::strtol(level, nullptr, 10)),
+                         __ATOMIC_RELAXED);
+    {
+        // Under the debug-file lock: no diagnostic line is being written to
+        // a file closed here (see sei_sps_parser.h).
+        const std::lock_guard<std::mutex> lock(vesparser::edr_debug_mutex());
+        // A debug file this library opened earlier is replaced, not leaked.
+        if (s_opened_debug_file != nullptr && edr_debug_file == s_opened_debug_file) {
+            std::fclose(s_opened_debug_file);
+            __atomic_store_n(&edr_debug_file, nullptr, __ATOMIC_RELEASE);
+        }
+        s_opened_debug_file = nullptr;
+        FILE* file = stdout;
+        if (const char* path = std::getenv("EDR_DEBUG_FILE")) {
+            file = std::fopen(path, "w");
+            s_opened_debug_file = file;
+        }
+        __atomic_store_n(&edr_debug_file, file, __ATOMIC_RELEASE);
     }
     parser_env_init();
     const bool hevc = split->codec_type == VES_HEVC;
@@ -856,10 +864,11 @@ VES_API int ves_split_free(void* s) {
         if (p != nullptr) p->parser_destroy(p);
     }
     std::free(split);
+    const std::lock_guard<std::mutex> lock(vesparser::edr_debug_mutex());
     if (edr_debug_file != nullptr && edr_debug_file != stdout) {
         std::fclose(edr_debug_file);
         if (edr_debug_file == s_opened_debug_file) s_opened_debug_file = nullptr;
-        edr_debug_file = nullptr;
+        __atomic_store_n(&edr_debug_file, nullptr, __ATOMIC_RELEASE);
     }
     return 0;
 }

@@ -3,6 +3,7 @@
 // clock.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -10,11 +11,14 @@
 
 // Ticks per second of the enhancement layer's clock: 90000 at load, replaced
 // by the parser's time scale at every enhancement-layer IDR (a time scale of
-// 0 is not taken). Shared by all splitters of the process.
-extern uint32_t el_time_scale;
+// 0 is not taken). Shared by all splitters of the process, so atomic: a
+// splitter on another thread may replace it at any time (relaxed: it is a
+// value of its own, guarding no other data).
+extern std::atomic<uint32_t> el_time_scale;
 
 // Grows a layer's access-unit block; the standard realloc unless a test
-// swaps in a failing one.
+// swaps in a failing one. Set-once: only while no splitter is running (a
+// test hook, read unsynchronised on every push).
 using ves_realloc_fn = void* (*)(void*, size_t);
 extern ves_realloc_fn ves_layer_realloc;
 

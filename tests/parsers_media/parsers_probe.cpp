@@ -28,7 +28,8 @@ size_t next_start_code(const std::vector<uint8_t>& d, size_t from) {
 void print_sps(parser_handle_t parser, bool hevc) {
     if (hevc) {
         const hevc_decoder_t& dec = reinterpret_cast<const hevc_parser_t*>(parser)->dec;
-        const hevc_sps_t& s = dec.sps[dec.sps_id];
+        if (dec.sps[dec.sps_id] == nullptr) return;
+        const hevc_sps_t& s = *dec.sps[dec.sps_id];
         std::printf("SPS num_units_in_tick=%d time_scale=%d reorder=%d nal_hrd=%d vcl_hrd=%d "
                     "init_len=%d cpb_len=%d dpb_len=%d frame_field_info=%d\n",
                     s.vui.i_num_units, s.vui.i_time_scale,

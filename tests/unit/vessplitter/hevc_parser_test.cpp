@@ -163,7 +163,7 @@ protected:
         return parser_->parse_sei_messages(nal.data(), nal_size(nal), 4, parser_);
     }
     hevc_decoder_t& dec() { return reinterpret_cast<hevc_parser_t*>(parser_)->dec; }
-    hevc_sps_t& slot(int i = 0) { return dec().sps[i]; }
+    hevc_sps_t& slot(int i = 0) { return *dec().sps[i]; }
 
     parser_handle_t parser_ = nullptr;
 };
@@ -385,9 +385,9 @@ TEST_F(HevcParser, ResetAndNullHandles) {
     ASSERT_EQ(sei(sei_nal(bp(0), 0)), 0);
     parser_->parser_reset(parser_);
     EXPECT_EQ(dec().active_sps, nullptr);
-    EXPECT_EQ(slot().isDefined, 0);
-    EXPECT_EQ(slot().vui.i_time_scale, 60000);
-    EXPECT_EQ(slot(15).as_protile[0].as_sublayer_ptl[5], &slot(15).as_protile[6]);
+    for (hevc_sps_t* s : dec().sps) EXPECT_EQ(s, nullptr);  // slots come back on first use
+    ASSERT_EQ(sps(timing_sps()), 0);
+    EXPECT_EQ(slot().as_protile[0].as_sublayer_ptl[5], &slot().as_protile[6]);
     EXPECT_NE(dec().dsb, nullptr);
     EXPECT_EQ(hevc_parser_get_time_scale(nullptr), 0);
     EXPECT_EQ(hevc_parser_get_dpb_output_time(nullptr, 1), 0u);
