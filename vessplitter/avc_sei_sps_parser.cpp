@@ -581,28 +581,41 @@ bool avc_on_sei_message(void* ctx, uint32_t type, uint64_t start) {
     return true;
 }
 
-void install_slots(avc_parser_t* p) {
-    parser_t& b = p->base;
-    b.parse_sps = avc_parse_sps;
-    b.parse_sei_messages = avc_parse_sei_messages;
-    b.parser_get_num_reorder_frames = avc_parser_get_num_reorder_frames;
-    b.parser_get_bp_num = parser_get_bp_num;
-    b.parser_get_sei_timing_num = parser_get_sei_timing_num;
-    b.parser_get_dpb_output_time = avc_parser_get_dpb_output_time;
-    b.parser_get_cts_offset_ticks = avc_parser_get_cts_offset_ticks;
-    b.parser_get_cts_offset_frames = avc_parser_get_cts_offset_frames;
-    b.parser_get_num_units_in_tick = avc_parser_get_num_units_in_tick;
-    b.parser_get_time_scale = avc_parser_get_time_scale;
-    b.parser_destroy = avc_parser_destroy;
-    b.parser_reset = avc_parser_reset;
-    b.nal_type_aud = codecutil::avc::kAud;
-    b.nal_type_sps = codecutil::avc::kSps;
-    b.nal_type_sei = codecutil::avc::kSei;
-    b.nal_type_slice = codecutil::avc::kSliceNonIdr;
-    b.nal_type_idr = codecutil::avc::kSliceIdr;
-}
 
 }  // namespace
+
+template <>
+struct vesparser::ParserCodec<avc_parser_t> {
+    static constexpr parser_t kSlots = {
+        .parse_sps = avc_parse_sps,
+        .parse_sei_messages = avc_parse_sei_messages,
+        .parser_get_num_reorder_frames = avc_parser_get_num_reorder_frames,
+        .parser_get_bp_num = parser_get_bp_num,
+        .parser_get_sei_timing_num = parser_get_sei_timing_num,
+        .parser_get_dpb_output_time = avc_parser_get_dpb_output_time,
+        .parser_get_cts_offset_ticks = avc_parser_get_cts_offset_ticks,
+        .parser_get_cts_offset_frames = avc_parser_get_cts_offset_frames,
+        .parser_get_num_units_in_tick = avc_parser_get_num_units_in_tick,
+        .parser_get_time_scale = avc_parser_get_time_scale,
+        .parser_destroy = avc_parser_destroy,
+        .parser_reset = avc_parser_reset,
+        .nal_type_aud = codecutil::avc::kAud,
+        .nal_type_sps = codecutil::avc::kSps,
+        .nal_type_sei = codecutil::avc::kSei,
+        .nal_type_slice = codecutil::avc::kSliceNonIdr,
+        .nal_type_idr = codecutil::avc::kSliceIdr,
+        .bp_num = 0,
+        .sei_timing_num = 0,
+        .sei_timing_num_sub = 0,
+    };
+    static int init(avc_parser_t* p, uint8_t nal_hrd, uint8_t delays) {
+        return avc_parser_init(p, nal_hrd, delays);
+    }
+    static void release(avc_parser_t*) {}
+    // Every SPS slot starts with the flags.
+    static uint8_t nal_hrd(const avc_parser_t* p) { return p->dec.sps[0].NalHrdBpPresentFlag; }
+    static uint8_t delays(const avc_parser_t* p) { return p->dec.sps[0].CpbDpbDelaysPresentFlag; }
+};
 
 extern "C" {
 
@@ -625,11 +638,7 @@ int avc_parser_init(avc_parser_handle_t parser, uint8_t NalHrdBpPresentFlag,
 
 VES_API parser_handle_t avc_parser_create(uint8_t NalHrdBpPresentFlag,
                                           uint8_t CpbDpbDelaysPresentFlag) {
-    auto* p = static_cast<avc_parser_t*>(std::calloc(1, sizeof(avc_parser_t)));
-    if (p == nullptr) return nullptr;
-    install_slots(p);
-    if (avc_parser_init(p, NalHrdBpPresentFlag, CpbDpbDelaysPresentFlag) != 0) return nullptr;
-    return &p->base;
+    return vesparser::create_parser<avc_parser_t>(NalHrdBpPresentFlag, CpbDpbDelaysPresentFlag);
 }
 
 // A NAL unit shorter than start code + header, or without payload bytes, is
@@ -720,23 +729,8 @@ int32_t avc_parser_get_time_scale(parser_handle_t parser) {
     return static_cast<int32_t>(dec.active_sps->time_scale) / dec.delta_tfi_divisor;
 }
 
-void avc_parser_reset(parser_handle_t parser) {
-    if (parser == nullptr) return;
-    avc_parser_t* p = avc(parser);
-    bbio_handle_t dsb = p->dec.dsb;
-    const uint8_t nal_hrd = p->dec.sps[0].NalHrdBpPresentFlag;
-    const uint8_t delays = p->dec.sps[0].CpbDpbDelaysPresentFlag;
-    std::memset(static_cast<void*>(p), 0, sizeof *p);
-    install_slots(p);
-    p->dec.dsb = dsb;
-    (void)avc_parser_init(p, nal_hrd, delays);
-}
+void avc_parser_reset(parser_handle_t parser) { vesparser::reset_parser<avc_parser_t>(parser); }
 
-void avc_parser_destroy(parser_handle_t parser) {
-    if (parser == nullptr) return;
-    avc_parser_t* p = avc(parser);
-    if (p->dec.dsb != nullptr && p->dec.dsb->destroy != nullptr) p->dec.dsb->destroy(p->dec.dsb);
-    std::free(p);
-}
+void avc_parser_destroy(parser_handle_t parser) { vesparser::destroy_parser<avc_parser_t>(parser); }
 
 }  // extern "C"

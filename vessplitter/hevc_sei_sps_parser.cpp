@@ -759,32 +759,45 @@ bool hevc_on_sei_message(void* ctx, uint32_t type, uint64_t start) {
     return true;
 }
 
-void install_slots(hevc_parser_t* p) {
-    parser_t& b = p->base;
-    b.parse_sps = hevc_parse_sps;
-    b.parse_sei_messages = hevc_parse_sei_messages;
-    b.parser_get_num_reorder_frames = hevc_parser_get_num_reorder_frames;
-    b.parser_get_bp_num = parser_get_bp_num;
-    b.parser_get_sei_timing_num = parser_get_sei_timing_num;
-    b.parser_get_dpb_output_time = hevc_parser_get_dpb_output_time;
-    b.parser_get_cts_offset_ticks = hevc_parser_get_cts_offset_ticks;
-    b.parser_get_cts_offset_frames = hevc_parser_get_cts_offset_frames;
-    b.parser_get_num_units_in_tick = hevc_parser_get_num_units_in_tick;
-    b.parser_get_time_scale = hevc_parser_get_time_scale;
-    b.parser_destroy = hevc_parser_destroy;
-    b.parser_reset = hevc_parser_reset;
-    b.nal_type_aud = codecutil::hevc::kAud;
-    b.nal_type_sps = codecutil::hevc::kSps;
-    b.nal_type_sei = codecutil::hevc::kPrefixSei;
-    b.nal_type_slice = codecutil::hevc::kTrailN;
-    b.nal_type_idr = codecutil::hevc::kIdrWRadl;
-}
 
 const hevc_sps_t* active(parser_handle_t parser) {
     return parser != nullptr ? hevc(parser)->dec.active_sps : nullptr;
 }
 
 }  // namespace
+
+template <>
+struct vesparser::ParserCodec<hevc_parser_t> {
+    static constexpr parser_t kSlots = {
+        .parse_sps = hevc_parse_sps,
+        .parse_sei_messages = hevc_parse_sei_messages,
+        .parser_get_num_reorder_frames = hevc_parser_get_num_reorder_frames,
+        .parser_get_bp_num = parser_get_bp_num,
+        .parser_get_sei_timing_num = parser_get_sei_timing_num,
+        .parser_get_dpb_output_time = hevc_parser_get_dpb_output_time,
+        .parser_get_cts_offset_ticks = hevc_parser_get_cts_offset_ticks,
+        .parser_get_cts_offset_frames = hevc_parser_get_cts_offset_frames,
+        .parser_get_num_units_in_tick = hevc_parser_get_num_units_in_tick,
+        .parser_get_time_scale = hevc_parser_get_time_scale,
+        .parser_destroy = hevc_parser_destroy,
+        .parser_reset = hevc_parser_reset,
+        .nal_type_aud = codecutil::hevc::kAud,
+        .nal_type_sps = codecutil::hevc::kSps,
+        .nal_type_sei = codecutil::hevc::kPrefixSei,
+        .nal_type_slice = codecutil::hevc::kTrailN,
+        .nal_type_idr = codecutil::hevc::kIdrWRadl,
+        .bp_num = 0,
+        .sei_timing_num = 0,
+        .sei_timing_num_sub = 0,
+    };
+    static int init(hevc_parser_t* p, uint8_t nal_hrd, uint8_t delays) {
+        return hevc_parser_init(p, nal_hrd, delays);
+    }
+    // The SPS slots, allocated on first use.
+    static void release(hevc_parser_t* p) { free_slots(p->dec); }
+    static uint8_t nal_hrd(const hevc_parser_t* p) { return p->dec.NalHrdBpPresentFlag; }
+    static uint8_t delays(const hevc_parser_t* p) { return p->dec.CpbDpbDelaysPresentFlag; }
+};
 
 extern "C" {
 
@@ -807,11 +820,7 @@ int hevc_parser_init(hevc_parser_handle_t parser, uint8_t NalHrdBpPresentFlag,
 
 VES_API parser_handle_t hevc_parser_create(uint8_t NalHrdBpPresentFlag,
                                            uint8_t CpbDpbDelaysPresentFlag) {
-    auto* p = static_cast<hevc_parser_t*>(std::calloc(1, sizeof(hevc_parser_t)));
-    if (p == nullptr) return nullptr;
-    install_slots(p);
-    if (hevc_parser_init(p, NalHrdBpPresentFlag, CpbDpbDelaysPresentFlag) != 0) return nullptr;
-    return &p->base;
+    return vesparser::create_parser<hevc_parser_t>(NalHrdBpPresentFlag, CpbDpbDelaysPresentFlag);
 }
 
 // A NAL unit shorter than start code + 2-byte header, or without payload
@@ -896,25 +905,8 @@ VES_API int32_t hevc_parser_get_time_scale(parser_handle_t parser) {
     return divisor == 0 ? 0 : sps->vui.i_time_scale / divisor;
 }
 
-void hevc_parser_reset(parser_handle_t parser) {
-    if (parser == nullptr) return;
-    hevc_parser_t* p = hevc(parser);
-    bbio_handle_t dsb = p->dec.dsb;
-    const uint8_t nal_hrd = p->dec.NalHrdBpPresentFlag;
-    const uint8_t delays = p->dec.CpbDpbDelaysPresentFlag;
-    free_slots(p->dec);
-    std::memset(static_cast<void*>(p), 0, sizeof *p);
-    install_slots(p);
-    p->dec.dsb = dsb;
-    (void)hevc_parser_init(p, nal_hrd, delays);
-}
+void hevc_parser_reset(parser_handle_t parser) { vesparser::reset_parser<hevc_parser_t>(parser); }
 
-void hevc_parser_destroy(parser_handle_t parser) {
-    if (parser == nullptr) return;
-    hevc_parser_t* p = hevc(parser);
-    if (p->dec.dsb != nullptr && p->dec.dsb->destroy != nullptr) p->dec.dsb->destroy(p->dec.dsb);
-    free_slots(p->dec);
-    std::free(p);
-}
+void hevc_parser_destroy(parser_handle_t parser) { vesparser::destroy_parser<hevc_parser_t>(parser); }
 
 }  // extern "C"

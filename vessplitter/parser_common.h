@@ -5,9 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 #include "io_base.h"
+#include "sei_sps_parser.h"
 
 namespace vesparser {
 
@@ -51,5 +54,51 @@ using SeiHandler = bool (*)(void* ctx, uint32_t type, uint64_t start);
 // zero bytes after its start code returns -1.
 int32_t walk_sei_messages(const char* func, const SeiNal& nal, uint8_t* rbsp, size_t* rbsp_size,
                           bbio_handle_t dsb, SeiHandler handler, void* ctx);
+
+// What a codec's parser brings to the shared lifecycle below, as a
+// specialisation for its record P (members `base`, then `dec` with the bit
+// reader `dsb`):
+//   static constexpr parser_t kSlots;   its slot functions and NAL types
+//   static int init(P*, uint8_t nal_hrd, uint8_t delays);
+//                                       set-up after the slots (frees P and
+//                                       returns -1 when no reader is found)
+//   static void release(P*);            what P owns besides its reader
+//   static uint8_t nal_hrd(const P*), delays(const P*);
+//                                       the two flags it was created with
+template <class P>
+struct ParserCodec;
+
+template <class P>
+parser_handle_t create_parser(uint8_t nal_hrd, uint8_t delays) {
+    auto* p = static_cast<P*>(std::calloc(1, sizeof(P)));
+    if (p == nullptr) return nullptr;
+    p->base = ParserCodec<P>::kSlots;
+    if (ParserCodec<P>::init(p, nal_hrd, delays) != 0) return nullptr;
+    return &p->base;
+}
+
+// Back to the state after creation, keeping the bit reader and the flags.
+template <class P>
+void reset_parser(parser_handle_t parser) {
+    if (parser == nullptr) return;
+    auto* p = reinterpret_cast<P*>(parser);
+    bbio_handle_t dsb = p->dec.dsb;
+    const uint8_t nal_hrd = ParserCodec<P>::nal_hrd(p);
+    const uint8_t delays = ParserCodec<P>::delays(p);
+    ParserCodec<P>::release(p);
+    std::memset(static_cast<void*>(p), 0, sizeof *p);
+    p->base = ParserCodec<P>::kSlots;
+    p->dec.dsb = dsb;
+    (void)ParserCodec<P>::init(p, nal_hrd, delays);
+}
+
+template <class P>
+void destroy_parser(parser_handle_t parser) {
+    if (parser == nullptr) return;
+    auto* p = reinterpret_cast<P*>(parser);
+    if (p->dec.dsb != nullptr && p->dec.dsb->destroy != nullptr) p->dec.dsb->destroy(p->dec.dsb);
+    ParserCodec<P>::release(p);
+    std::free(p);
+}
 
 }  // namespace vesparser
