@@ -14,6 +14,8 @@
 #include <span>
 
 #include "codec_util_bytes.h"
+#include "codec_util_ring.h"
+#include "zarn_codec_util_priv.h"
 
 namespace codecutil {
 
@@ -53,5 +55,23 @@ static_assert(make_packet_header({"gst_opus", 0x01020304, 1, 0, 0, 0})[7] == 's'
 // The per-converter packet counters are plain ints that run for the life of
 // the stream; they wrap instead of overflowing.
 constexpr int next_packet_count(int n) { return static_cast<int>(static_cast<unsigned>(n) + 1u); }
+
+// One push of a packet-header converter (record R with `packageno` and
+// `getbufFunc`): emit(sink, packageno) describes the packets and returns the
+// counter after them. On success the counter moves on and done() drops what
+// the push consumed (pending header packets); otherwise nothing changes.
+template <class R, class Emit, class Done>
+zarn_uint8* write_packets(R* r, void* stream, zarn_uint32* size, Emit&& emit, Done&& done) {
+    *size = 0;
+    RingSpace space;
+    int next = r->packageno;
+    if (!write_measured(r->getbufFunc, stream, space,
+                        [&](auto& sink) { next = emit(sink, r->packageno); }))
+        return nullptr;
+    r->packageno = next;
+    done();
+    *size = space.length;
+    return space.first;
+}
 
 }  // namespace codecutil

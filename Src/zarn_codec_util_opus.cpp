@@ -90,16 +90,9 @@ int emit_push(Sink& out, const CodecUtil_Opus_t* r, const CodecUtilBuffer_t* buf
 zarn_uint8* CodecUtil_Opus_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
                                           CodecUtilBuffer_t* buffer, zarn_uint32* size) {
     CodecUtil_Opus_t* r = opus(base);
-    *size = 0;
-    RingSpace space;
-    int next = r->packageno;
-    if (!write_measured(r->getbufFunc, stream, space,
-                        [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
-        return nullptr;
-    r->packageno = next;
-    drop_codec_data(r);
-    *size = space.length;
-    return space.first;
+    return write_packets(
+        r, stream, size, [&](auto& sink, int n) { return emit_push(sink, r, buffer, n); },
+        [&] { drop_codec_data(r); });
 }
 
 // Releases a codec-data copy still pending.

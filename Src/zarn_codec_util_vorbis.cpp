@@ -157,17 +157,13 @@ int emit_push(Sink& out, const CodecUtil_Vorbis_t* r, const CodecUtilBuffer_t* b
 zarn_uint8* CodecUtil_Voibis_ConvPushBuffer(CodecUtilBase_t* base, void* stream,
                                             CodecUtilBuffer_t* buffer, zarn_uint32* size) {
     CodecUtil_Vorbis_t* r = vorbis(base);
-    *size = 0;
-    if (!r->need_convert) return nullptr;
-    RingSpace space;
-    int next = r->packageno;
-    if (!write_measured(r->getbufFunc, stream, space,
-                        [&](auto& sink) { next = emit_push(sink, r, buffer, r->packageno); }))
+    if (!r->need_convert) {
+        *size = 0;
         return nullptr;
-    r->packageno = next;
-    drop_header_packets(r);
-    *size = space.length;
-    return space.first;
+    }
+    return write_packets(
+        r, stream, size, [&](auto& sink, int n) { return emit_push(sink, r, buffer, n); },
+        [&] { drop_header_packets(r); });
 }
 
 // Releases header packets still pending (their size table).
