@@ -39,7 +39,6 @@ static_assert(offsetof(struct mirror_buffer, start) == 0);
 static_assert(sizeof(enum ves_type) == sizeof(int));
 
 std::atomic<uint32_t> el_time_scale{90000};
-ves_realloc_fn ves_layer_realloc = std::realloc;
 
 namespace {
 
@@ -339,7 +338,7 @@ uint64_t gathered_pts(ves_layer_param& layer, ves_type type) {
 void gather(ves_layer_param& layer, ves_type type, const uint8_t* unit, int size) {
     const int64_t need = static_cast<int64_t>(layer.len) + size;
     if (need > layer.size) {
-        void* grown = need > INT_MAX ? nullptr : ves_layer_realloc(layer.buf, static_cast<size_t>(need));
+        void* grown = need > INT_MAX ? nullptr : std::realloc(layer.buf, static_cast<size_t>(need));
         if (grown == nullptr) {
             EDR_LOG_AS("ves_split_push", kLvError, "%s:%d failed to gather %d bytes into [%s] of %d\n",
                        size, s_type_name[type], layer.len);

@@ -16,12 +16,6 @@
 // value of its own, guarding no other data).
 extern std::atomic<uint32_t> el_time_scale;
 
-// Grows a layer's access-unit block; the standard realloc unless a test
-// swaps in a failing one. Set-once: only while no splitter is running (a
-// test hook, read unsynchronised on every push).
-using ves_realloc_fn = void* (*)(void*, size_t);
-extern ves_realloc_fn ves_layer_realloc;
-
 // Dumps data to the type's dump file, then hands it to the callback unless
 // the layer is switched off (0 then). Returns the callback's result.
 int ves_split_output(struct ves_splitter* split, enum ves_type type, void* data, int len,
