@@ -13,8 +13,7 @@ extern "C" {
 typedef void* Zhal_AVStream_ptr;
 
 typedef zarn_uint8* (*AVSTREAM_GETBUF_FUNC)(Zhal_AVStream_ptr Stream, zarn_uint32 size,
-                                            zarn_uint8** mem2, zarn_uint32* size2,
-                                            int time_out_ms);
+                                            zarn_uint8** mem2, zarn_uint32* size2, int time_out_ms);
 typedef zarn_bool (*AVSTREAM_APPEND_FUNC)(Zhal_AVStream_ptr Stream, void* data, zarn_uint32 size,
                                           zarn_uint64 pts);
 

@@ -35,9 +35,7 @@ static inline void* codec_util_realloc(CodecUtilBase_t* base, void* mem, size_t 
     return base->vtable.realloc != NULL ? base->vtable.realloc(mem, n) : NULL;
 }
 
-static inline void codec_util_free(CodecUtilBase_t* base, void* mem) {
-    base->vtable.free(mem);
-}
+static inline void codec_util_free(CodecUtilBase_t* base, void* mem) { base->vtable.free(mem); }
 
 /* The library's log category ("CODECUTIL"); NULL until the first
  * Zarn_CodecUtil_Create. */
@@ -55,11 +53,10 @@ CODEC_UTIL_API void CodecUtil_DebugInit(void);
 
 /* The test on the threshold is made here, so a line below it costs one
  * compare. */
-#define CODEC_UTIL_LOG(level, ...)                                                      \
-    do {                                                                                \
-        if (CODEC_UTIL_LOG_THRESHOLD() >= (level))                                      \
-            zarn_debug_log(codec_util_debug, (level), __FILE__, __func__, __LINE__,     \
-                           __VA_ARGS__);                                                \
+#define CODEC_UTIL_LOG(level, ...)                                                                \
+    do {                                                                                          \
+        if (CODEC_UTIL_LOG_THRESHOLD() >= (level))                                                \
+            zarn_debug_log(codec_util_debug, (level), __FILE__, __func__, __LINE__, __VA_ARGS__); \
     } while (0)
 
 #define CODEC_UTIL_ERROR(...) CODEC_UTIL_LOG(ZARN_LEVEL_ERROR, __VA_ARGS__)
@@ -74,8 +71,8 @@ CODEC_UTIL_API void CodecUtil_DebugInit(void);
 void codec_util_assert_failed(const char* condition, const char* file, int line,
                               const char* function);
 
-#define CODEC_UTIL_ASSERT(condition)                                                    \
-    do {                                                                                \
+#define CODEC_UTIL_ASSERT(condition)                                                          \
+    do {                                                                                      \
         if (!(condition)) codec_util_assert_failed(#condition, __FILE__, __LINE__, __func__); \
     } while (0)
 

@@ -7,9 +7,9 @@
 #include <sys/auxv.h>
 #endif
 
-#include "codec_util_copy.h"
-
 #include <cstring>
+
+#include "codec_util_copy.h"
 
 namespace codecutil {
 namespace {

@@ -27,8 +27,8 @@ struct RingSpace {
 // Asks for exactly `length` bytes. size2 is cleared before the call so a
 // service that leaves it untouched on a contiguous grant still reads as one
 // piece. Returns false when no space was granted.
-[[nodiscard]] inline bool request_space(CodecUtilGetBufFunc_t getbuf, void* stream,
-                                        uint32_t length, RingSpace& space) {
+[[nodiscard]] inline bool request_space(CodecUtilGetBufFunc_t getbuf, void* stream, uint32_t length,
+                                        RingSpace& space) {
     space = RingSpace{};
     space.length = length;
     space.first = getbuf != nullptr

@@ -32,16 +32,16 @@ using Constructor = void* (*)(CodecUtilMemVtable_t*);
 // constructor.
 constexpr Constructor kConstructors[] = {
     CodecUtil_DivX311_Create,  // CODEC_UTIL_TYPE_DIVX311
-    CodecUtil_MPEG4_Create,  // CODEC_UTIL_TYPE_MPEG4
-    CodecUtil_H264_Create,   // CODEC_UTIL_TYPE_H264
-    CodecUtil_VC1_Create,    // CODEC_UTIL_TYPE_VC1
-    CodecUtil_SPARK_Create,  // CODEC_UTIL_TYPE_SPARK
-    CodecUtil_VP6_Create,    // CODEC_UTIL_TYPE_VP6
-    CodecUtil_VP8_Create,    // CODEC_UTIL_TYPE_VP8
-    CodecUtil_AAC_Create,    // CODEC_UTIL_TYPE_AAC
-    CodecUtil_Voibis_Create, // CODEC_UTIL_TYPE_VOIBIS
-    CodecUtil_Opus_Create,   // CODEC_UTIL_TYPE_OPUS
-    CodecUtil_H265_Create,   // CODEC_UTIL_TYPE_H265
+    CodecUtil_MPEG4_Create,    // CODEC_UTIL_TYPE_MPEG4
+    CodecUtil_H264_Create,     // CODEC_UTIL_TYPE_H264
+    CodecUtil_VC1_Create,      // CODEC_UTIL_TYPE_VC1
+    CodecUtil_SPARK_Create,    // CODEC_UTIL_TYPE_SPARK
+    CodecUtil_VP6_Create,      // CODEC_UTIL_TYPE_VP6
+    CodecUtil_VP8_Create,      // CODEC_UTIL_TYPE_VP8
+    CodecUtil_AAC_Create,      // CODEC_UTIL_TYPE_AAC
+    CodecUtil_Voibis_Create,   // CODEC_UTIL_TYPE_VOIBIS
+    CodecUtil_Opus_Create,     // CODEC_UTIL_TYPE_OPUS
+    CodecUtil_H265_Create,     // CODEC_UTIL_TYPE_H265
 };
 
 CodecUtilBase_t* base_of(void* handle) { return static_cast<CodecUtilBase_t*>(handle); }
@@ -101,8 +101,9 @@ void codec_util_assert_failed(const char* condition, const char* file, int line,
         __atomic_store_n(&vxm_sys_request_assert, request, __ATOMIC_RELAXED);
     }
     if (request != 0) {
-        std::printf("\n\033[0;34;41m Request abort, Pid:%d File:%s Line:%d Routine:%s, failed \033[0m \n",
-                    static_cast<int>(getpid()), file, line, function);
+        std::printf(
+            "\n\033[0;34;41m Request abort, Pid:%d File:%s Line:%d Routine:%s, failed \033[0m \n",
+            static_cast<int>(getpid()), file, line, function);
         std::fflush(stdout);
         std::abort();
     }

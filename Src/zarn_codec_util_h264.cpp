@@ -37,11 +37,13 @@ CodecUtil_H264_t* h264(CodecUtilBase_t* base) { return record_of<CodecUtil_H264_
 // the walk; a missing length field or PPS count ends it too.
 template <class Sink>
 void walk_avc_config(Sink& sink, const uint8_t* data, uint32_t size) {
-    (void)walk_avc_record({data, size}, [](const char*, uint32_t) {}, [&](const RecordEntry& e) {
-        sink.write(kStartCode);
-        sink.write(e.data, e.available);
-        return true;
-    });
+    (void)walk_avc_record(
+        {data, size}, [](const char*, uint32_t) {},
+        [&](const RecordEntry& e) {
+            sink.write(kStartCode);
+            sink.write(e.data, e.available);
+            return true;
+        });
 }
 
 // Always TRUE except when the blob cannot be allocated (FALSE, and

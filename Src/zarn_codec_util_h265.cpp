@@ -44,8 +44,9 @@ template <class Sink>
     });
     if (w.stop == RecordStop::kEnd) return true;
     if (log)
-        CODEC_UTIL_ERROR("wrong data, pos %d, nalUnitLength %d, sizeof_buf %d", static_cast<int>(w.pos),
-                         static_cast<int>(w.length), static_cast<int>(size));
+        CODEC_UTIL_ERROR("wrong data, pos %d, nalUnitLength %d, sizeof_buf %d",
+                         static_cast<int>(w.pos), static_cast<int>(w.length),
+                         static_cast<int>(size));
     return false;
 }
 
@@ -74,7 +75,8 @@ zarn_bool CodecUtil_H265_SetParam(CodecUtilBase_t* base, void* param) {
     r->need_convert = TRUE;
     CountingSink measure;
     if (!walk_hevc_config(measure, p->data, p->size, true)) return FALSE;
-    if (!store_blob(r, [&](auto& sink) { (void)walk_hevc_config(sink, p->data, p->size, false); })) {
+    if (!store_blob(r,
+                    [&](auto& sink) { (void)walk_hevc_config(sink, p->data, p->size, false); })) {
         r->need_convert = FALSE;
         return FALSE;
     }
@@ -83,8 +85,8 @@ zarn_bool CodecUtil_H265_SetParam(CodecUtilBase_t* base, void* param) {
 
 bool starts_with_start_code(const CodecUtilBuffer_t* buffer) {
     const uint8_t* d = buffer->data;
-    return buffer->size > 4 &&
-           ((d[0] == 0 && d[1] == 0 && d[2] == 0 && d[3] == 1) || (d[0] == 0 && d[1] == 0 && d[2] == 1));
+    return buffer->size > 4 && ((d[0] == 0 && d[1] == 0 && d[2] == 0 && d[3] == 1) ||
+                                (d[0] == 0 && d[1] == 0 && d[2] == 1));
 }
 
 // Results (*size is 0 unless stated):

@@ -14,11 +14,11 @@
 namespace {
 
 // Error-level line carrying the port function's own name.
-#define PORT_ERROR(caller, ...)                                                                \
-    do {                                                                                       \
-        if (CODEC_UTIL_LOG_THRESHOLD() >= ZARN_LEVEL_ERROR)                                    \
-            zarn_debug_log(codec_util_debug, ZARN_LEVEL_ERROR, __FILE__, caller, __LINE__,     \
-                           __VA_ARGS__);                                                       \
+#define PORT_ERROR(caller, ...)                                                            \
+    do {                                                                                   \
+        if (CODEC_UTIL_LOG_THRESHOLD() >= ZARN_LEVEL_ERROR)                                \
+            zarn_debug_log(codec_util_debug, ZARN_LEVEL_ERROR, __FILE__, caller, __LINE__, \
+                           __VA_ARGS__);                                                   \
     } while (0)
 
 #pragma GCC diagnostic push

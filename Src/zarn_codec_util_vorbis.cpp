@@ -141,7 +141,8 @@ int emit_push(Sink& out, const CodecUtil_Vorbis_t* r, const CodecUtilBuffer_t* b
     };
     // codecdata may be NULL when no header packets are pending: no offset
     // is taken from it then.
-    const uint8_t* hdr = r->hdr_frame_num > 0 ? r->vorbisParam.codecdata + r->hdr_frame_offset : nullptr;
+    const uint8_t* hdr =
+        r->hdr_frame_num > 0 ? r->vorbisParam.codecdata + r->hdr_frame_offset : nullptr;
     for (zarn_sint32 i = 0; i < r->hdr_frame_num; ++i) {
         const uint32_t size = r->hdr_frame_size[i];
         packet(hdr, size);

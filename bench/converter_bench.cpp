@@ -134,11 +134,13 @@ void bench_push(benchmark::State& state, Media* m) {
         if (++i == m->units.size()) i = 0;
     }
     Zarn_CodecUtil_Destroy(h);
-    const double per_unit = static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
-    state.SetBytesProcessed(static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
-    state.counters["ns_per_unit"] = benchmark::Counter(static_cast<double>(state.iterations()),
-                                                       benchmark::Counter::kIsRate |
-                                                           benchmark::Counter::kInvert);
+    const double per_unit =
+        static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
+    state.SetBytesProcessed(
+        static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
+    state.counters["ns_per_unit"] =
+        benchmark::Counter(static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void bench_memcpy(benchmark::State& state, Media* m) {
@@ -150,11 +152,13 @@ void bench_memcpy(benchmark::State& state, Media* m) {
         benchmark::ClobberMemory();
         if (++i == m->units.size()) i = 0;
     }
-    const double per_unit = static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
-    state.SetBytesProcessed(static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
-    state.counters["ns_per_unit"] = benchmark::Counter(static_cast<double>(state.iterations()),
-                                                       benchmark::Counter::kIsRate |
-                                                           benchmark::Counter::kInvert);
+    const double per_unit =
+        static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
+    state.SetBytesProcessed(
+        static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
+    state.counters["ns_per_unit"] =
+        benchmark::Counter(static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 }  // namespace
@@ -169,7 +173,8 @@ int main(int argc, char** argv) {
         const char* args;
     };
     const Source sources[] = {
-        {"h264_1slice", CODEC_UTIL_TYPE_H264, "codecutil_bench_h264_1.mp4", "-c:v libx264 -preset veryfast -bf 3"},
+        {"h264_1slice", CODEC_UTIL_TYPE_H264, "codecutil_bench_h264_1.mp4",
+         "-c:v libx264 -preset veryfast -bf 3"},
         {"h264_8slices", CODEC_UTIL_TYPE_H264, "codecutil_bench_h264_8.mp4",
          "-c:v libx264 -preset veryfast -bf 3 -x264-params slices=8"},
         {"h265_1slice", CODEC_UTIL_TYPE_H265, "codecutil_bench_h265_1.mp4",

@@ -31,8 +31,10 @@ bool read_units(const char* path, Units& u) {
         const uint32_t n = le[0] | le[1] << 8 | le[2] << 16 | static_cast<uint32_t>(le[3]) << 24;
         std::vector<uint8_t> b(n);
         if (std::fread(b.data(), 1, n, f) != n) break;
-        if (first) u.extradata = std::move(b);
-        else u.units.push_back(std::move(b));
+        if (first)
+            u.extradata = std::move(b);
+        else
+            u.units.push_back(std::move(b));
         first = false;
     }
     std::fclose(f);
@@ -129,17 +131,20 @@ int main(int argc, char** argv) {
         int delivered = 0;
         int failed = 0;
         void* split = ves_split_init(VES_AVC, count_delivery, &delivered, 1);
-        for (size_t i = 0; i < u.units.size(); ++i) std::memcpy(at[i], u.units[i].data(), u.units[i].size());
+        for (size_t i = 0; i < u.units.size(); ++i)
+            std::memcpy(at[i], u.units[i].data(), u.units[i].size());
         for (int r = 0; r < repeats; ++r) {
             for (size_t i = 0; i < u.units.size(); ++i) {
                 const size_t n = u.units[i].size();
                 if (baseline) {
                     ring_copy(ring, at[i], n);
                 } else if (kind == "split-au") {
-                    failed |= ves_split_push(split, at[i], static_cast<int>(n), (i + 1) * 40000000u);
+                    failed |=
+                        ves_split_push(split, at[i], static_cast<int>(n), (i + 1) * 40000000u);
                 } else {
                     for (size_t p = 0; p < n; p += 188)
-                        failed |= ves_split_push(split, at[i] + p, static_cast<int>(n - p < 188 ? n - p : 188), i);
+                        failed |= ves_split_push(split, at[i] + p,
+                                                 static_cast<int>(n - p < 188 ? n - p : 188), i);
                 }
             }
             if (!baseline) {
@@ -157,10 +162,12 @@ int main(int argc, char** argv) {
     // The baseline copies exactly the bytes the converter writes once past
     // the first pass (parameter sets ride on the first unit only).
     std::vector<std::vector<uint8_t>> out;
-    for (size_t i = 0; i < u.units.size(); ++i) std::memcpy(at[i], u.units[i].data(), u.units[i].size());
+    for (size_t i = 0; i < u.units.size(); ++i)
+        std::memcpy(at[i], u.units[i].data(), u.units[i].size());
     for (int pass = 0; pass < 2; ++pass) {
         for (size_t i = 0; i < u.units.size(); ++i) {
-            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), kPtsBase + i * 40000000ull, 0};
+            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()),
+                                  kPtsBase + i * 40000000ull, 0};
             zarn_uint32 size = 0;
             const size_t from = ring.wp;
             if (Zarn_CodecUtil_ConvPushBuffer(h, &ring, &buf, &size) == nullptr) return 1;
@@ -184,7 +191,8 @@ int main(int argc, char** argv) {
                 ring_copy(ring, out_at[i], out[i].size());
                 continue;
             }
-            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()), kPtsBase + i * 40000000ull, 0};
+            CodecUtilBuffer_t buf{at[i], static_cast<zarn_uint32>(u.units[i].size()),
+                                  kPtsBase + i * 40000000ull, 0};
             zarn_uint32 size = 0;
             Zarn_CodecUtil_ConvPushBuffer(h, &ring, &buf, &size);
         }

@@ -45,9 +45,11 @@ bool make_layer(const std::string& path, const char* rate) {
         return true;
     }
     const std::string cmd =
-        std::string("ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 50 ") +
-        "-c:v libx264 -preset veryfast -bf 3 -g 25 -sc_threshold 0 -b:v " + rate + " -maxrate " + rate +
-        " -bufsize " + rate + " -x264-params nal-hrd=vbr:pic-struct=1 -f h264 '" + path + "'";
+        std::string(
+            "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 50 ") +
+        "-c:v libx264 -preset veryfast -bf 3 -g 25 -sc_threshold 0 -b:v " + rate + " -maxrate " +
+        rate + " -bufsize " + rate + " -x264-params nal-hrd=vbr:pic-struct=1 -f h264 '" + path +
+        "'";
     return std::system(cmd.c_str()) == 0;
 }
 
@@ -107,7 +109,8 @@ int discard(void*, ves_type, void* data, int len, uint64_t) {
 
 void set_rates(benchmark::State& state) {
     const Stream& s = stream();
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(s.bytes.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(s.bytes.size()));
     state.counters["ns_per_au"] = benchmark::Counter(
         static_cast<double>(state.iterations()) * static_cast<double>(s.au_offsets.size()),
         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
@@ -161,8 +164,9 @@ void run_ffmpeg_parser(benchmark::State& state, size_t piece) {
             while (n > 0) {
                 uint8_t* out = nullptr;
                 int out_size = 0;
-                const int used = av_parser_parse2(parser, ctx, &out, &out_size, data, static_cast<int>(n),
-                                                  static_cast<int64_t>(pts), AV_NOPTS_VALUE, 0);
+                const int used =
+                    av_parser_parse2(parser, ctx, &out, &out_size, data, static_cast<int>(n),
+                                     static_cast<int64_t>(pts), AV_NOPTS_VALUE, 0);
                 benchmark::DoNotOptimize(out);
                 data += used;
                 n -= static_cast<size_t>(used);
@@ -171,7 +175,8 @@ void run_ffmpeg_parser(benchmark::State& state, size_t piece) {
         for_each_piece(s, copy, piece, parse);
         uint8_t* out = nullptr;
         int out_size = 0;
-        av_parser_parse2(parser, ctx, &out, &out_size, nullptr, 0, AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+        av_parser_parse2(parser, ctx, &out, &out_size, nullptr, 0, AV_NOPTS_VALUE, AV_NOPTS_VALUE,
+                         0);
         av_parser_close(parser);
     }
     set_rates(state);
@@ -193,7 +198,8 @@ void run_memcpy(benchmark::State& state) {
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (!build_stream(stream())) {
-        std::fprintf(stderr, "cannot make the dual-layer stream with ffmpeg/x264 in %s\n", media_dir().c_str());
+        std::fprintf(stderr, "cannot make the dual-layer stream with ffmpeg/x264 in %s\n",
+                     media_dir().c_str());
         return 1;
     }
     benchmark::RegisterBenchmark("split/188B", run_splitter, size_t{188});

@@ -61,7 +61,9 @@ namespace record_detail {
 class Cursor {
 public:
     explicit Cursor(std::span<const uint8_t> rec, uint32_t pos) : rec_(rec), pos_(pos) {}
-    [[nodiscard]] bool has(uint32_t n) const { return pos_ <= rec_.size() && rec_.size() - pos_ >= n; }
+    [[nodiscard]] bool has(uint32_t n) const {
+        return pos_ <= rec_.size() && rec_.size() - pos_ >= n;
+    }
     uint32_t take(uint32_t n) {
         const uint32_t v = read_be_unchecked(rec_.data() + pos_, n);
         pos_ += n;
@@ -79,7 +81,8 @@ private:
 
 // `count` entries of a 2-byte length and the bytes of each.
 template <class OnEntry>
-[[nodiscard]] bool entries(Cursor& c, uint32_t count, const char* what, OnEntry& on_entry, RecordWalk& w) {
+[[nodiscard]] bool entries(Cursor& c, uint32_t count, const char* what, OnEntry& on_entry,
+                           RecordWalk& w) {
     for (uint32_t i = 0; i < count; ++i) {
         if (!c.has(2)) {
             w = {RecordStop::kCut, c.pos(), 0};

@@ -20,8 +20,8 @@ inline constexpr int kAud = 9;
 
 namespace hevc {
 inline constexpr int kTrailN = 0;
-inline constexpr int kRaslR = 9;        // last of the non-IRAP slice types
-inline constexpr int kBlaWLp = 16;      // first IRAP type
+inline constexpr int kRaslR = 9;    // last of the non-IRAP slice types
+inline constexpr int kBlaWLp = 16;  // first IRAP type
 inline constexpr int kBlaNLp = 18;
 inline constexpr int kIdrWRadl = 19;
 inline constexpr int kIdrNLp = 20;
@@ -48,13 +48,20 @@ enum class NalKind {
 
 [[nodiscard]] constexpr NalKind classify_avc(int t) {
     switch (t) {
-    case avc::kSliceNonIdr: return NalKind::kSlice;
-    case avc::kSliceIdr: return NalKind::kIdr;
-    case avc::kSei: return NalKind::kSei;
-    case avc::kSps: return NalKind::kSps;
-    case avc::kPps: return NalKind::kPps;
-    case avc::kAud: return NalKind::kAud;
-    default: return NalKind::kOther;
+        case avc::kSliceNonIdr:
+            return NalKind::kSlice;
+        case avc::kSliceIdr:
+            return NalKind::kIdr;
+        case avc::kSei:
+            return NalKind::kSei;
+        case avc::kSps:
+            return NalKind::kSps;
+        case avc::kPps:
+            return NalKind::kPps;
+        case avc::kAud:
+            return NalKind::kAud;
+        default:
+            return NalKind::kOther;
     }
 }
 
@@ -63,17 +70,26 @@ enum class NalKind {
         t == hevc::kCraNut)
         return NalKind::kSlice;
     switch (t) {
-    case hevc::kIdrWRadl:
-    case hevc::kIdrNLp: return NalKind::kIdr;
-    case hevc::kPrefixSei: return NalKind::kSei;
-    case hevc::kVps: return NalKind::kVps;
-    case hevc::kSps: return NalKind::kSps;
-    case hevc::kPps: return NalKind::kPps;
-    case hevc::kAud: return NalKind::kAud;
-    default: return NalKind::kOther;
+        case hevc::kIdrWRadl:
+        case hevc::kIdrNLp:
+            return NalKind::kIdr;
+        case hevc::kPrefixSei:
+            return NalKind::kSei;
+        case hevc::kVps:
+            return NalKind::kVps;
+        case hevc::kSps:
+            return NalKind::kSps;
+        case hevc::kPps:
+            return NalKind::kPps;
+        case hevc::kAud:
+            return NalKind::kAud;
+        default:
+            return NalKind::kOther;
     }
 }
 
-[[nodiscard]] constexpr NalKind classify_nal(bool hevc, int t) { return hevc ? classify_hevc(t) : classify_avc(t); }
+[[nodiscard]] constexpr NalKind classify_nal(bool hevc, int t) {
+    return hevc ? classify_hevc(t) : classify_avc(t);
+}
 
 }  // namespace codecutil

@@ -4,7 +4,7 @@ codecutil_install_deps() {
     local packages="g++ cmake ninja-build pkg-config make googletest libbenchmark-dev
         ffmpeg libavformat-dev libavcodec-dev libavutil-dev x264 x265
         qemu-user g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf python3
-        clang-14 libclang-rt-14-dev llvm-14
+        clang-14 libclang-rt-14-dev llvm-14 clang-format-14
         abigail-tools lintian dpkg-dev file gzip"
     local missing=""
     for p in $packages; do

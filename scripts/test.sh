@@ -1,12 +1,17 @@
 #!/usr/bin/env bash
-# Whole test suite, twice: natively with AddressSanitizer and
-# UndefinedBehaviorSanitizer (including the real-media tests), and
-# cross-built for 32-bit ARM (armhf) under qemu-user. Both must pass.
+# Whole test suite: the formatting check, then the tests twice, natively
+# with AddressSanitizer and UndefinedBehaviorSanitizer (including the
+# real-media tests) and cross-built for 32-bit ARM (armhf) under qemu-user,
+# then the robustness and shipping jobs. All must pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
 codecutil_install_deps
 jobs=$(nproc)
+
+echo "== formatting (clang-format, .clang-format) =="
+find Inc Src common vessplitter platform tools tests fuzz bench \( -name '*.cpp' -o -name '*.h' -o -name '*.c' \) -print0 |
+    xargs -0 clang-format-14 --dry-run --Werror
 
 echo "== native (x86-64, ASan + UBSan) =="
 cmake -S . -B build/host -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCODECUTIL_SANITIZE=ON -DCODECUTIL_WERROR=ON

@@ -40,10 +40,10 @@ struct LevelLimit {
     uint32_t max_cpb;
 };
 constexpr LevelLimit kLevels[] = {
-    {10, 64, 175},       {11, 192, 500},      {12, 384, 1000},     {13, 768, 2000},
-    {20, 2000, 2000},    {21, 4000, 4000},    {22, 4000, 4000},    {30, 10000, 10000},
-    {31, 14000, 14000},  {32, 20000, 20000},  {40, 20000, 25000},  {41, 50000, 62500},
-    {42, 50000, 62500},  {50, 135000, 135000}, {51, 240000, 240000},
+    {10, 64, 175},      {11, 192, 500},       {12, 384, 1000},      {13, 768, 2000},
+    {20, 2000, 2000},   {21, 4000, 4000},     {22, 4000, 4000},     {30, 10000, 10000},
+    {31, 14000, 14000}, {32, 20000, 20000},   {40, 20000, 25000},   {41, 50000, 62500},
+    {42, 50000, 62500}, {50, 135000, 135000}, {51, 240000, 240000},
 };
 struct ProfileFactor {
     uint8_t profile_idc;
@@ -56,8 +56,8 @@ constexpr ProfileFactor kProfiles[] = {
 
 // H.264 Table E-1, index aspect_ratio_idc 0 to 16.
 constexpr uint16_t aspect_ratio_tbl[17][2] = {
-    {0, 0},   {1, 1},   {12, 11}, {10, 11}, {16, 11}, {40, 33}, {24, 11}, {20, 11}, {32, 11},
-    {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},  {3, 2},   {2, 1},
+    {0, 0},   {1, 1},   {12, 11}, {10, 11}, {16, 11},  {40, 33}, {24, 11}, {20, 11}, {32, 11},
+    {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1},
 };
 
 constexpr uint8_t kConstraintSet3 = 0x10;
@@ -129,7 +129,9 @@ void avc_derive_default_hrd_param(avc_sps_t* sps) {
             } else if (level == 41) {
                 sps->bit_rate_max = 800 * MaxBRTbl[41];
             } else {
-                EDR_LOG(kEdrError, "%s:%d ERROR: MVHD and DB3d profile but leve is not right\n");  // required as is
+                EDR_LOG(kEdrError,
+                        "%s:%d ERROR: MVHD and DB3d profile but leve is not right\n");  // required
+                                                                                        // as is
                 end_process(1);
             }
         }
@@ -153,8 +155,8 @@ void avc_derive_default_hrd_param(avc_sps_t* sps) {
 // cpb_cnt_minus1 above 31 is out of range and makes the SPS be rejected
 // before the CPB loop runs (false).
 [[nodiscard]] bool avc_parse_hrd_parameters(bbio_handle_t bs, avc_sps_t* sps) {
-    const bool store = (sps->nal_hrd_parameters_present_flag != 0) !=
-                       (sps->vcl_hrd_parameters_present_flag != 0);
+    const bool store =
+        (sps->nal_hrd_parameters_present_flag != 0) != (sps->vcl_hrd_parameters_present_flag != 0);
     const uint32_t cpb_cnt_minus1 = read_ue(bs);
     EDR_LOG(kEdrDebug, "%s:%d DEBUG:        cpb_cnt_minus1: %u\n\n", cpb_cnt_minus1);
     if (cpb_cnt_minus1 > kMaxCpbCntMinus1) {
@@ -190,7 +192,8 @@ void avc_derive_default_hrd_param(avc_sps_t* sps) {
     const uint32_t cpb_removal_delay_length_minus1 = src_read_bits(bs, 5);
     const uint32_t dpb_output_delay_length_minus1 = src_read_bits(bs, 5);
     const uint32_t time_offset_length = src_read_bits(bs, 5);
-    EDR_LOG(kEdrDebug, "%s:%d DEBUG:        delay lengths minus1: %u %u %u, time_offset_length %u\n\n",
+    EDR_LOG(kEdrDebug,
+            "%s:%d DEBUG:        delay lengths minus1: %u %u %u, time_offset_length %u\n\n",
             initial_cpb_removal_delay_length_minus1, cpb_removal_delay_length_minus1,
             dpb_output_delay_length_minus1, time_offset_length);
     if (store) {
@@ -267,7 +270,8 @@ void avc_derive_default_hrd_param(avc_sps_t* sps) {
         sps->max_dec_frame_buffering = u8(read_ue(bs));
     }
     EDR_LOG(kEdrDebug,
-            "%s:%d DEBUG:      nal_hrd %u, vcl_hrd %u, pic_struct_present %u, num_reorder_frames %u\n\n",
+            "%s:%d DEBUG:      nal_hrd %u, vcl_hrd %u, pic_struct_present %u, num_reorder_frames "
+            "%u\n\n",
             sps->nal_hrd_parameters_present_flag, sps->vcl_hrd_parameters_present_flag,
             sps->pic_struct_present_flag, sps->num_reorder_frames);
     return true;
@@ -322,8 +326,16 @@ void derive_hrd_state(avc_sps_t* sps) {
 
 bool has_chroma_info(uint8_t profile_idc) {
     switch (profile_idc) {
-        case 100: case 110: case 122: case 244: case 44:
-        case 83: case 86: case 118: case 128: case 134:
+        case 100:
+        case 110:
+        case 122:
+        case 244:
+        case 44:
+        case 83:
+        case 86:
+        case 118:
+        case 128:
+        case 134:
             return true;
         default:
             return false;
@@ -410,7 +422,8 @@ int32_t avc_parse_sequence_parameter_set(avc_parser_t* p) {
         sps->offset_for_top_to_bottom_field = read_se(bs);
         const uint32_t cycle = read_ue(bs);
         if (cycle > kMaxPocCycle) {
-            EDR_LOG(kEdrError, "%s:%d ERROR: avc num_ref_frames_in_pic_order_cnt_cycle %u out of range\n\n",
+            EDR_LOG(kEdrError,
+                    "%s:%d ERROR: avc num_ref_frames_in_pic_order_cnt_cycle %u out of range\n\n",
                     cycle);
             return 1;
         }
@@ -435,7 +448,7 @@ int32_t avc_parse_sequence_parameter_set(avc_parser_t* p) {
             pic_height_in_map_units_minus1);
     EDR_LOG(kEdrDebug, "%s:%d DEBUG:    frame_mbs_only_flag: %u\n\n", sps->frame_mbs_only_flag);
     if (!sps->frame_mbs_only_flag) (void)src_read_bit(bs);  // mb_adaptive_frame_field_flag
-    (void)src_read_bit(bs);                                  // direct_8x8_inference_flag
+    (void)src_read_bit(bs);                                 // direct_8x8_inference_flag
     const uint32_t field_factor = 2u - sps->frame_mbs_only_flag;
     sps->pic_width = (pic_width_in_mbs_minus1 + 1) * 16;
     sps->pic_height = field_factor * (pic_height_in_map_units_minus1 + 1) * 16;
@@ -508,11 +521,19 @@ bool avc_sei_buffering_period(avc_parser_t* p, uint64_t start) {
 // H.264 Table E-6: fields (or frame repeats) per picture, by pic_struct.
 uint8_t tfi_divisor(uint32_t pic_struct) {
     switch (pic_struct) {
-        case 0: case 3: case 4: return 2;
-        case 5: case 6: return 3;
-        case 7: return 4;
-        case 8: return 6;
-        default: return 1;
+        case 0:
+        case 3:
+        case 4:
+            return 2;
+        case 5:
+        case 6:
+            return 3;
+        case 7:
+            return 4;
+        case 8:
+            return 6;
+        default:
+            return 1;
     }
 }
 
@@ -533,14 +554,16 @@ void avc_sei_pic_timing(avc_parser_t* p) {
     bbio_handle_t bs = dec.dsb;
     if (sps->CpbDpbDelaysPresentFlag) {
         dec.cpb_removal_delay = src_read_bits(bs, sps->cpb_removal_delay_length_minus1 + 1u);
-        if (dec.cpb_removal_delay == 0 && n != 1) dec.cpb_removal_delay = dec.prev_au_cpb_removal_delay + 2;
+        if (dec.cpb_removal_delay == 0 && n != 1)
+            dec.cpb_removal_delay = dec.prev_au_cpb_removal_delay + 2;
         dec.dpb_output_delay = src_read_bits(bs, sps->dpb_output_delay_length_minus1 + 1u);
         int64_t t = 0;
         if (n == 1) {
             dec.i64_removal_tm_of_first_pic_in_bp = 0;
         } else if (dec.NewBpStart) {
-            dec.i64_removal_tm_of_first_pic_in_bp = static_cast<int64_t>(
-                static_cast<uint64_t>(dec.i64_removal_tm_of_first_pic_in_bp) + dec.cpb_removal_delay);
+            dec.i64_removal_tm_of_first_pic_in_bp =
+                static_cast<int64_t>(static_cast<uint64_t>(dec.i64_removal_tm_of_first_pic_in_bp) +
+                                     dec.cpb_removal_delay);
             t = dec.i64_removal_tm_of_first_pic_in_bp;
         } else {
             t = static_cast<int64_t>(static_cast<uint64_t>(dec.i64_removal_tm_of_first_pic_in_bp) +
@@ -580,7 +603,6 @@ bool avc_on_sei_message(void* ctx, uint32_t type, uint64_t start) {
     if (type == SEI_PIC_TIMING) avc_sei_pic_timing(p);
     return true;
 }
-
 
 }  // namespace
 
@@ -655,9 +677,8 @@ int32_t avc_parse_sps(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len,
     dec.nal_unit_type = nal_buf[startcode_len] & 0x1F;
     const uint32_t payload_len =
         static_cast<uint32_t>(nal_size) - static_cast<uint32_t>(startcode_len) - 1;
-    dec.rbsp_size = vesparser::load_rbsp(dec.dsb, dec.rbsp_bytes,
-                                         nal_buf + static_cast<uint32_t>(startcode_len) + 1,
-                                         payload_len);
+    dec.rbsp_size = vesparser::load_rbsp(
+        dec.dsb, dec.rbsp_bytes, nal_buf + static_cast<uint32_t>(startcode_len) + 1, payload_len);
     if (dec.rbsp_size == 0) {
         EDR_LOG(kEdrError, "%s:%d ERROR: avc sps nal unit too short\n\n");
         return 1;
@@ -684,7 +705,8 @@ int32_t avc_parse_sei_messages(uint8_t* nal_buf, int32_t nal_size, int32_t start
 // Initial delays of one HRD (H.264 D.2.2); cpb_cnt_minus1 is at most 31 in
 // every defined slot, the bound here only keeps a corrupt record harmless.
 void avc_get_bp_params(avc_sps_t* sps, avc_decoder_t* dec, BOOL save) {
-    const uint32_t last = sps->cpb_cnt_minus1 > kMaxCpbCntMinus1 ? kMaxCpbCntMinus1 : sps->cpb_cnt_minus1;
+    const uint32_t last =
+        sps->cpb_cnt_minus1 > kMaxCpbCntMinus1 ? kMaxCpbCntMinus1 : sps->cpb_cnt_minus1;
     const uint32_t length = sps->initial_cpb_removal_delay_length_minus1 + 1u;
     for (uint32_t i = 0; i <= last; ++i) {
         const uint32_t initial_cpb_removal_delay = src_read_bits(dec->dsb, length);

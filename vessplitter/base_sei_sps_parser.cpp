@@ -219,9 +219,9 @@ int32_t walk_sei_messages(const char* func, const SeiNal& nal, uint8_t* rbsp, si
     }
     const uint32_t payload_len =
         static_cast<uint32_t>(nal_size) - static_cast<uint32_t>(nal.startcode_len) - nal.hdr_len;
-    *rbsp_size = load_rbsp(dsb, rbsp,
-                           nal.nal_buf + static_cast<uint32_t>(nal.startcode_len) + nal.hdr_len,
-                           payload_len);
+    *rbsp_size =
+        load_rbsp(dsb, rbsp, nal.nal_buf + static_cast<uint32_t>(nal.startcode_len) + nal.hdr_len,
+                  payload_len);
     const uint64_t size = *rbsp_size;
     EDR_LOG_AS(func, kEdrDebug, "%s:%d DEBUG:    total SEI msg RBSP len %u\n\n",
                static_cast<unsigned>(size));

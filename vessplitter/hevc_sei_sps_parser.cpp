@@ -26,11 +26,11 @@ static_assert(offsetof(hevc_parser_t, base) == 0);
 
 namespace {
 
-constexpr uint32_t kMaxSubLayersMinus1 = 6;  // H.265 7.4.3.2.1
-constexpr uint32_t kMaxCtbLog2 = 6;          // CtbLog2SizeY
-constexpr uint32_t kMaxTbLog2 = 5;           // MaxTbLog2SizeY
-constexpr uint32_t kMaxPcmLog2 = 5;          // Log2MaxIpcmCbSizeY
-constexpr uint32_t kMaxLongTermSps = 32;     // num_long_term_ref_pics_sps
+constexpr uint32_t kMaxSubLayersMinus1 = 6;     // H.265 7.4.3.2.1
+constexpr uint32_t kMaxCtbLog2 = 6;             // CtbLog2SizeY
+constexpr uint32_t kMaxTbLog2 = 5;              // MaxTbLog2SizeY
+constexpr uint32_t kMaxPcmLog2 = 5;             // Log2MaxIpcmCbSizeY
+constexpr uint32_t kMaxLongTermSps = 32;        // num_long_term_ref_pics_sps
 constexpr uint32_t kMaxDeltaPocMinus1 = 32767;  // delta_poc_s0/s1_minus1, abs_delta_rps_minus1
 
 hevc_parser_t* hevc(parser_handle_t p) { return reinterpret_cast<hevc_parser_t*>(p); }
@@ -129,7 +129,8 @@ void skip_scaling_list(bbio_handle_t bs) {
                 (void)read_ue(bs);    // scaling_list_pred_matrix_id_delta
                 continue;
             }
-            const uint32_t coef_num = 1u << (4 + (size_id << 1)) < 64 ? 1u << (4 + (size_id << 1)) : 64;
+            const uint32_t coef_num =
+                1u << (4 + (size_id << 1)) < 64 ? 1u << (4 + (size_id << 1)) : 64;
             if (size_id > 1) (void)read_se(bs);  // scaling_list_dc_coef_minus8
             for (uint32_t i = 0; i < coef_num; ++i) (void)read_se(bs);  // scaling_list_delta_coef
         }
@@ -153,8 +154,8 @@ void skip_scaling_list(bbio_handle_t bs) {
                     abs_delta_rps_minus1);
             return false;
         }
-        const int32_t delta_rps =
-            (1 - 2 * static_cast<int32_t>(delta_rps_sign)) * (static_cast<int32_t>(abs_delta_rps_minus1) + 1);
+        const int32_t delta_rps = (1 - 2 * static_cast<int32_t>(delta_rps_sign)) *
+                                  (static_cast<int32_t>(abs_delta_rps_minus1) + 1);
         if (ref->i_num_pictures > HEVC_MAX_RPS_PICS) {
             EDR_LOG(kEdrError, "%s:%d ERROR: hevc Invalid reference picture count\n\n");
             return false;
@@ -174,8 +175,7 @@ void skip_scaling_list(bbio_handle_t bs) {
                 EDR_LOG(kEdrError, "%s:%d ERROR: hevc Invalid reference picture count\n\n");
                 return false;
             }
-            const int32_t delta =
-                (j < ref->i_num_pictures ? ref->ai_delta_poc[j] : 0) + delta_rps;
+            const int32_t delta = (j < ref->i_num_pictures ? ref->ai_delta_poc[j] : 0) + delta_rps;
             rps->ai_delta_poc[k] = delta;
             rps->ab_used[k] = idc == 1;
             if (delta < 0)
@@ -442,7 +442,8 @@ int32_t hevc_parse_sequence_parameter_set(hevc_parser_t* p) {
     const uint32_t chroma_format_idc = read_ue(bs);
     sps->i_chroma_format_idc = i8(chroma_format_idc);
     if (chroma_format_idc != 1)
-        EDR_LOG(kEdrWarning, "%s:%d WARNING: osprey decoder only fully support 4:2:0\n\n");  // required as is
+        EDR_LOG(kEdrWarning,
+                "%s:%d WARNING: osprey decoder only fully support 4:2:0\n\n");  // required as is
     sps->b_separate_colour_plane_flag = 0;
     if (chroma_format_idc == 3) {
         sps->b_separate_colour_plane_flag = flag(bs);
@@ -470,10 +471,12 @@ int32_t hevc_parse_sequence_parameter_set(hevc_parser_t* p) {
         sps->i_pic_conf_win_right_offset = i16(static_cast<uint64_t>(read_ue(bs)) * 2);
         sps->i_pic_conf_win_top_offset = i16(static_cast<uint64_t>(read_ue(bs)) * 2);
         sps->i_pic_conf_win_bottom_offset = i16(static_cast<uint64_t>(read_ue(bs)) * 2);
-        const auto w = static_cast<int16_t>(sps->i_pic_luma_width - sps->i_pic_conf_win_left_offset -
-                                            sps->i_pic_conf_win_right_offset);
-        const auto h = static_cast<int16_t>(sps->i_pic_luma_height - sps->i_pic_conf_win_top_offset -
-                                            sps->i_pic_conf_win_bottom_offset);
+        const auto w =
+            static_cast<int16_t>(sps->i_pic_luma_width - sps->i_pic_conf_win_left_offset -
+                                 sps->i_pic_conf_win_right_offset);
+        const auto h =
+            static_cast<int16_t>(sps->i_pic_luma_height - sps->i_pic_conf_win_top_offset -
+                                 sps->i_pic_conf_win_bottom_offset);
         if (w < 1 || h < 1) {
             EDR_LOG(kEdrError, "%s:%d ERROR: hevc bad cropping values\n\n");
             return 1;
@@ -578,8 +581,7 @@ int32_t hevc_parse_sequence_parameter_set(hevc_parser_t* p) {
     sps->b_temporal_mvp = flag(bs);
     sps->b_strong_intra_smoothing = flag(bs);
     sps->b_vui_params = flag(bs);
-    if (sps->b_vui_params && !hevc_parse_vui_parameters(bs, sps, max_sub_layers_minus1))
-        return 1;
+    if (sps->b_vui_params && !hevc_parse_vui_parameters(bs, sps, max_sub_layers_minus1)) return 1;
     if (src_read_bit(bs)) {  // sps_extension_present_flag
         EDR_LOG(kEdrDebug, "%s:%d DEBUG: hevc has %u bits in sps extension\n\n",
                 static_cast<unsigned>(src_following_bit_num(bs)));
@@ -615,7 +617,8 @@ void read_initial_delays(hevc_decoder_t& dec, const hevc_sps_t* sps, int nal_vcl
         dec.bp.ai_initial_cpb_removal_delay_offset[k][nal_vcl] = i16(src_read_bits(bs, length));
         if (vui.b_sub_pic_cpb_params || dec.bp.b_rap_cpb_params) {
             dec.bp.ai_initial_alt_cpb_removal_delay[k][nal_vcl] = i16(src_read_bits(bs, length));
-            dec.bp.ai_initial_alt_cpb_removal_delay_offset[k][nal_vcl] = i16(src_read_bits(bs, length));
+            dec.bp.ai_initial_alt_cpb_removal_delay_offset[k][nal_vcl] =
+                i16(src_read_bits(bs, length));
         }
         if (!save) continue;
         if (k == 0) dec.initial_cpb_removal_delay_1st = delay;
@@ -671,9 +674,17 @@ bool hevc_sei_buffering_period(hevc_parser_t* p, uint64_t start) {
 // pic_struct to the number of field periods a picture covers (H.265 Table D.2).
 uint8_t to_divisor(int32_t pic_struct) {
     switch (pic_struct) {
-        case 0: case 3: case 4: case 7: return 2;
-        case 5: case 6: case 8: return 3;
-        default: return 1;
+        case 0:
+        case 3:
+        case 4:
+        case 7:
+            return 2;
+        case 5:
+        case 6:
+        case 8:
+            return 3;
+        default:
+            return 1;
     }
 }
 
@@ -699,9 +710,12 @@ void hevc_sei_pic_timing(hevc_parser_t* p) {
         pt.b_duplicate = flag(bs);
     }
     if (vui.b_nal_hrd_parameters || vui.b_vcl_hrd_parameters) {
-        pt.i_cpb_removal_delay = i32(
-            static_cast<uint64_t>(src_read_bits(bs, static_cast<uint32_t>(vui.i_cpb_removal_delay_length))) + 1);
-        pt.i_dpb_output_delay = i32(src_read_bits(bs, static_cast<uint32_t>(vui.i_dpb_output_delay_len)));
+        pt.i_cpb_removal_delay =
+            i32(static_cast<uint64_t>(
+                    src_read_bits(bs, static_cast<uint32_t>(vui.i_cpb_removal_delay_length))) +
+                1);
+        pt.i_dpb_output_delay =
+            i32(src_read_bits(bs, static_cast<uint32_t>(vui.i_dpb_output_delay_len)));
     }
     if (sps->CpbDpbDelaysPresentFlag) {
         dec.cpb_removal_delay = static_cast<uint32_t>(pt.i_cpb_removal_delay);
@@ -710,7 +724,8 @@ void hevc_sei_pic_timing(hevc_parser_t* p) {
         // Delays are added as signed 32-bit values; sums wrap instead of
         // overflowing on corrupt input.
         auto add = [](int64_t a, int32_t b) {
-            return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(static_cast<int64_t>(b)));
+            return static_cast<int64_t>(static_cast<uint64_t>(a) +
+                                        static_cast<uint64_t>(static_cast<int64_t>(b)));
         };
         int64_t t = 0;
         if (n == 1) {
@@ -758,7 +773,6 @@ bool hevc_on_sei_message(void* ctx, uint32_t type, uint64_t start) {
     if (type == SEI_PIC_TIMING) hevc_sei_pic_timing(p);
     return true;
 }
-
 
 const hevc_sps_t* active(parser_handle_t parser) {
     return parser != nullptr ? hevc(parser)->dec.active_sps : nullptr;
@@ -837,9 +851,8 @@ int32_t hevc_parse_sps(uint8_t* nal_buf, int32_t nal_size, int32_t startcode_len
     dec.nal_unit_type = (nal_buf[startcode_len] >> 1) & 0x3F;
     const uint32_t payload_len =
         static_cast<uint32_t>(nal_size) - static_cast<uint32_t>(startcode_len) - 2;
-    dec.rbsp_size = vesparser::load_rbsp(dec.dsb, dec.rbsp_bytes,
-                                         nal_buf + static_cast<uint32_t>(startcode_len) + 2,
-                                         payload_len);
+    dec.rbsp_size = vesparser::load_rbsp(
+        dec.dsb, dec.rbsp_bytes, nal_buf + static_cast<uint32_t>(startcode_len) + 2, payload_len);
     EDR_LOG(kEdrDebug, "%s:%d DEBUG: nal_hdr_size %d\n\n", startcode_len + 2);
     if (dec.rbsp_size == 0) {
         EDR_LOG(kEdrError, "%s:%d ERROR: hevc sps nal unit too short\n\n");
@@ -875,7 +888,8 @@ VES_API uint64_t hevc_parser_get_dpb_output_time(parser_handle_t parser, uint32_
     if (parser == nullptr) return 0;
     hevc_decoder_t& dec = hevc(parser)->dec;
     if (picture_type < 6 || picture_type > 9)
-        dec.pic_timing.i64_removal_tm_of_prev_non_discardable_pic = dec.pic_timing.i64_au_removal_tm;
+        dec.pic_timing.i64_removal_tm_of_prev_non_discardable_pic =
+            dec.pic_timing.i64_au_removal_tm;
     return dec.u64_dpb_output_time;
 }
 
@@ -907,6 +921,8 @@ VES_API int32_t hevc_parser_get_time_scale(parser_handle_t parser) {
 
 void hevc_parser_reset(parser_handle_t parser) { vesparser::reset_parser<hevc_parser_t>(parser); }
 
-void hevc_parser_destroy(parser_handle_t parser) { vesparser::destroy_parser<hevc_parser_t>(parser); }
+void hevc_parser_destroy(parser_handle_t parser) {
+    vesparser::destroy_parser<hevc_parser_t>(parser);
+}
 
 }  // extern "C"

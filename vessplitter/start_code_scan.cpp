@@ -14,7 +14,9 @@
 
 namespace {
 
-int find_pair_portable(const uint8_t* bytes, int i, int len) { return find_pair_bytes(bytes, i, len); }
+int find_pair_portable(const uint8_t* bytes, int i, int len) {
+    return find_pair_bytes(bytes, i, len);
+}
 
 void copy_starts_portable(uint8_t* dst, const uint8_t* src, int len, StartList& out) {
     out.n = 0;
@@ -29,10 +31,13 @@ constexpr StartCodeScanKernel kScanPortable{"portable", find_pair_portable, copy
 struct Sse2 {
     using Acc = __m128i;
     static constexpr int kBits = 1;
-    static __m128i load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static __m128i load(const uint8_t* p) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    }
     // Lanes where v is 01 and prev 00.
     static __m128i pair_lanes(__m128i v, __m128i prev) {
-        return _mm_and_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(1)), _mm_cmpeq_epi8(prev, _mm_setzero_si128()));
+        return _mm_and_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(1)),
+                             _mm_cmpeq_epi8(prev, _mm_setzero_si128()));
     }
     static uint64_t pairs(const uint8_t* p) {
         return static_cast<uint32_t>(_mm_movemask_epi8(pair_lanes(load(p), load(p - 1))));
@@ -51,7 +56,8 @@ struct Sse2 {
             for (int k = 0; k < 128; k += 16) {
                 const __m128i v = load(src + k);
                 _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + k), v);
-                hit = _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_and_si128(v, mask), _mm_setzero_si128()));
+                hit =
+                    _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_and_si128(v, mask), _mm_setzero_si128()));
             }
             if (_mm_movemask_epi8(hit) != 0) return b;
         }

@@ -71,7 +71,9 @@ void list_starts(const uint8_t* src, int from, int to, int len, StartList& out) 
 template <class V>
 int first_lane(uint64_t m) {
     const auto lo = static_cast<uint32_t>(m);
-    return (lo != 0 ? std::countr_zero(lo) : 32 + std::countr_zero(static_cast<uint32_t>(m >> 32))) / V::kBits;
+    return (lo != 0 ? std::countr_zero(lo)
+                    : 32 + std::countr_zero(static_cast<uint32_t>(m >> 32))) /
+           V::kBits;
 }
 
 template <class V>
@@ -117,7 +119,8 @@ void copy_starts_blocks(uint8_t* dst, const uint8_t* src, int len, StartList& ou
         if (hit == blocks) break;
         const int base = hit * kBlock;
         list_starts<find_pair_blocks<V>>(src, base + 1 > 2 ? base + 1 : 2,
-                                          base + kBlock + 1 < len ? base + kBlock + 1 : len, len, out);
+                                         base + kBlock + 1 < len ? base + kBlock + 1 : len, len,
+                                         out);
         b = hit + 1;
     }
     // The rest as the last 64 or 128 bytes, overlapping the blocks before
@@ -125,8 +128,9 @@ void copy_starts_blocks(uint8_t* dst, const uint8_t* src, int len, StartList& ou
     // [b + 1, b + 64]).
     const int done = blocks * kBlock;
     if (done == len) return;
-    const bool hit = len - done <= 64 ? V::copy_block64(dst + len - 64, src + len - 64)
-                                      : V::copy_blocks(dst + len - kBlock, src + len - kBlock, 1) == 0;
+    const bool hit = len - done <= 64
+                         ? V::copy_block64(dst + len - 64, src + len - 64)
+                         : V::copy_blocks(dst + len - kBlock, src + len - kBlock, 1) == 0;
     if (hit) list_starts<find_pair_blocks<V>>(src, done + 1, len, len, out);
 }
 

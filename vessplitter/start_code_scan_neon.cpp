@@ -26,7 +26,8 @@ struct Neon {
         // 01 bytes become 00 under xor 01: the lane minimum tells.
         const uint8x16_t one = vdupq_n_u8(1);
         const uint8x16_t a = vminq_u8(veorq_u8(vld1q_u8(p), one), veorq_u8(vld1q_u8(p + 16), one));
-        const uint8x16_t b = vminq_u8(veorq_u8(vld1q_u8(p + 32), one), veorq_u8(vld1q_u8(p + 48), one));
+        const uint8x16_t b =
+            vminq_u8(veorq_u8(vld1q_u8(p + 32), one), veorq_u8(vld1q_u8(p + 48), one));
         const uint8x16_t m = vminq_u8(a, b);
         uint8x8_t d = vpmin_u8(vget_low_u8(m), vget_high_u8(m));
         d = vpmin_u8(d, d);  // the minima of all 64 in lanes 0 to 3

@@ -88,7 +88,8 @@ VES_API int mirror_buffer_alloc(struct mirror_buffer* buf, int size) {
     const int fd = memfd_create("mirror_buffer", MFD_CLOEXEC);
     void* base = MAP_FAILED;
     if (fd >= 0 && ftruncate(fd, static_cast<off_t>(cap)) == 0)
-        base = mmap(nullptr, 2 * cap, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        base =
+            mmap(nullptr, 2 * cap, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (base == MAP_FAILED) {
         const int err = errno;
         if (fd >= 0) close(fd);
@@ -165,8 +166,7 @@ VES_API int mirror_buffer_relloc(struct mirror_buffer* buf, int size) {
     struct mirror_buffer fresh = {};
     if (mirror_buffer_alloc(&fresh, static_cast<int>(c)) <= 0) return -1;
     const int keep = buf->len < fresh.size ? buf->len : fresh.size;
-    if (keep > 0)
-        mirror_buffer_append(&fresh, static_cast<uint8_t*>(buf->start) + buf->read, keep);
+    if (keep > 0) mirror_buffer_append(&fresh, static_cast<uint8_t*>(buf->start) + buf->read, keep);
     fresh.pos = buf->pos;
     mirror_buffer_free(buf);
     *buf = fresh;
@@ -246,11 +246,12 @@ void ves_el_step(struct ves_splitter* split, uint8_t* nal, int size, int prefix,
         if (split->f_idr_aligned == 0) {
             const uint64_t dpd = p->parser_get_dpb_output_time(p, t);
             el.derived_pts = time_from_anchor(el, dpd);
-            EDR_LOG(kLvTime,
-                    "%s:%d unaligned IDR derived_pts %lld, dpd %lld, abs_idr_pts %lld, dec_delay %d, "
-                    "el_time_scale %d, idr_dts %lld\n",
-                    ll(el.derived_pts), ll(dpd), ll(el.abs_idr_pts), static_cast<int>(el.dec_delay),
-                    static_cast<int>(el_time_scale), static_cast<long long>(el.idr_dts));
+            EDR_LOG(
+                kLvTime,
+                "%s:%d unaligned IDR derived_pts %lld, dpd %lld, abs_idr_pts %lld, dec_delay %d, "
+                "el_time_scale %d, idr_dts %lld\n",
+                ll(el.derived_pts), ll(dpd), ll(el.abs_idr_pts), static_cast<int>(el.dec_delay),
+                static_cast<int>(el_time_scale), static_cast<long long>(el.idr_dts));
             return;
         }
         el.abs_idr_pts = p->parser_get_dpb_output_time(p, t);
@@ -285,16 +286,19 @@ namespace {
 struct ScanData {
     uint8_t* bytes;
     int len;
-    int held;          // bytes held before this push (start-code form)
-    uint64_t pos;      // stream offset of bytes[0]
-    uint64_t pts;      // this push's time stamp
+    int held;      // bytes held before this push (start-code form)
+    uint64_t pos;  // stream offset of bytes[0]
+    uint64_t pts;  // this push's time stamp
 };
 
 int nal_type_of(const ves_splitter* split, uint8_t header) {
-    return split->codec_type == VES_HEVC ? codecutil::hevc::nal_type(header) : codecutil::avc::nal_type(header);
+    return split->codec_type == VES_HEVC ? codecutil::hevc::nal_type(header)
+                                         : codecutil::avc::nal_type(header);
 }
 
-NalKind kind_of(const ves_splitter* split, int t) { return classify_nal(split->codec_type == VES_HEVC, t); }
+NalKind kind_of(const ves_splitter* split, int t) {
+    return classify_nal(split->codec_type == VES_HEVC, t);
+}
 
 // Removes the two wrapper bytes in front of the wrapped header: the last
 // prefix byte and the wrapper's first byte become zeros, and the unit starts
@@ -306,21 +310,23 @@ void unwrap(uint8_t* bytes, int* start, int* size, int prefix) {
     *size -= 2;
 }
 
-void trace_unit(const ScanData& d, int t, int type, int start, int size,
-                uint64_t ts) {
+void trace_unit(const ScanData& d, int t, int type, int start, int size, uint64_t ts) {
     if (!edr_debug_on(kLvUnit)) return;
     const uint8_t* u = d.bytes + start;
     auto at = [&](int i) { return i < size ? static_cast<unsigned>(u[i]) : 0u; };
-    EDR_LOG_AS("ves_split_push", kLvUnit,
-               "%s:%d nalu_type %d [%s] %d bytes at %lld, pts %lld, offset %d, %02x %02x %02x %02x\n",
-               t, s_type_name[type], size, ll(d.pos + static_cast<uint64_t>(start)), ll(ts), start,
-               at(3), at(4), at(5), at(6));
+    EDR_LOG_AS(
+        "ves_split_push", kLvUnit,
+        "%s:%d nalu_type %d [%s] %d bytes at %lld, pts %lld, offset %d, %02x %02x %02x %02x\n", t,
+        s_type_name[type], size, ll(d.pos + static_cast<uint64_t>(start)), ll(ts), start, at(3),
+        at(4), at(5), at(6));
 }
 
 int deliver_layer(ves_splitter* split, ves_type type, uint64_t ts) {
     ves_layer_param& layer = split->layers[type];
     const int r = ves_split_output(split, type, layer.buf, layer.len, ts);
-    if (r != 0) EDR_LOG_AS("ves_split_push", kLvError, "%s:%d error %d return from the output callback\n", r);
+    if (r != 0)
+        EDR_LOG_AS("ves_split_push", kLvError, "%s:%d error %d return from the output callback\n",
+                   r);
     return r;
 }
 
@@ -340,8 +346,9 @@ void gather(ves_layer_param& layer, ves_type type, const uint8_t* unit, int size
     if (need > layer.size) {
         void* grown = need > INT_MAX ? nullptr : std::realloc(layer.buf, static_cast<size_t>(need));
         if (grown == nullptr) {
-            EDR_LOG_AS("ves_split_push", kLvError, "%s:%d failed to gather %d bytes into [%s] of %d\n",
-                       size, s_type_name[type], layer.len);
+            EDR_LOG_AS("ves_split_push", kLvError,
+                       "%s:%d failed to gather %d bytes into [%s] of %d\n", size, s_type_name[type],
+                       layer.len);
             return;
         }
         layer.buf = grown;
@@ -367,7 +374,8 @@ int process_unit(ves_splitter* split, const ScanData& d, int start, int end, int
         const uint8_t h = bytes[start + prefix];
         int r = 0;
         if (h == kMetadataHeader) {
-            r = ves_split_output(split, VES_MD, bytes + start, size, split->layers[VES_BL].original_pts);
+            r = ves_split_output(split, VES_MD, bytes + start, size,
+                                 split->layers[VES_BL].original_pts);
             if (r != 0)
                 EDR_LOG_AS("ves_split_push", kLvError,
                            "%s:%d error %d return from the output callback\n", r);
@@ -493,8 +501,8 @@ struct StartWalk {
 // Start-code input: the ring's whole content. Units end where the next start
 // code begins; the last one stays held until its end is known.
 // `starts` lists the start codes of the push's veslen bytes.
-[[gnu::noinline]] int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan, int veslen,
-                                      const StartList& starts, uint64_t pts) {
+[[gnu::noinline]] int push_start_codes(ves_splitter* split, const StartCodeScanKernel& scan,
+                                       int veslen, const StartList& starts, uint64_t pts) {
     mirror_buffer& ring = split->buf;
     ScanData d{static_cast<uint8_t*>(ring.start) + ring.read, ring.len, ring.len - veslen, ring.pos,
                pts};
@@ -568,8 +576,8 @@ int push_lengths(ves_splitter* split, uint8_t* data, int veslen, uint64_t pts) {
     int cursor = 0;
     while (cursor < d.len) {
         if (d.len - cursor < nls) {
-            EDR_LOG_AS("ves_split_push", kLvState, "%s:%d dropped %d bytes, short of a length prefix\n",
-                       d.len - cursor);
+            EDR_LOG_AS("ves_split_push", kLvState,
+                       "%s:%d dropped %d bytes, short of a length prefix\n", d.len - cursor);
             break;
         }
         const uint32_t unit_len = read_be(data + cursor, nls);
@@ -611,13 +619,15 @@ int grow_ring(ves_splitter* split, int veslen) {
     const int64_t stepped = static_cast<int64_t>(ring.size) + kRingStep;
     const int64_t want = held_and_new > stepped ? held_and_new : stepped;
     if (want > kRingMax) {
-        EDR_LOG_AS("ves_split_push", kLvError, "%s:%d wrong data, buffer size too large %d, %d, %d\n",
-                   ring.len, veslen, static_cast<int>(want > INT_MAX ? INT_MAX : want));
+        EDR_LOG_AS("ves_split_push", kLvError,
+                   "%s:%d wrong data, buffer size too large %d, %d, %d\n", ring.len, veslen,
+                   static_cast<int>(want > INT_MAX ? INT_MAX : want));
         return -1;
     }
     if (mirror_buffer_relloc(&ring, static_cast<int>(want)) < 0) {
-        EDR_LOG_AS("ves_split_push", kLvError, "%s:%d failed to alloc memory, size %d, len %d, to push %d\n",
-                   ring.size, ring.len, veslen);
+        EDR_LOG_AS("ves_split_push", kLvError,
+                   "%s:%d failed to alloc memory, size %d, len %d, to push %d\n", ring.size,
+                   ring.len, veslen);
         return -1;
     }
     return 0;
@@ -645,8 +655,9 @@ void append_unit(UnitBlock& b, const uint8_t* unit, uint32_t n) {
 // the record (reported with the record's error message).
 bool parse_record(std::span<const uint8_t> rec, bool hevc, UnitBlock& b) {
     auto on_entry = [&](const codecutil::RecordEntry& e) {
-        EDR_LOG_AS("ves_split_set_codec_data", kLvUnit, "%s:%d %s at %d, size %d, sps_pps_nal_units_size %d\n",
-                   e.what, static_cast<int>(e.pos), static_cast<int>(e.length), b.size);
+        EDR_LOG_AS("ves_split_set_codec_data", kLvUnit,
+                   "%s:%d %s at %d, size %d, sps_pps_nal_units_size %d\n", e.what,
+                   static_cast<int>(e.pos), static_cast<int>(e.length), b.size);
         if (!e.complete()) return true;  // the walk stops on it as an overrun
         // Each 2-byte length becomes at most 4: the block of twice the
         // record's length always has room; checked all the same.
@@ -655,20 +666,23 @@ bool parse_record(std::span<const uint8_t> rec, bool hevc, UnitBlock& b) {
         return true;
     };
     auto on_count = [&](const char* what, uint32_t n) {
-        EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num %s %d\n", b.nls, what,
-                   static_cast<int>(n));
+        EDR_LOG_AS("ves_split_set_codec_data", kLvTime, "%s:%d nal_length_size is %d, num %s %d\n",
+                   b.nls, what, static_cast<int>(n));
     };
-    const codecutil::RecordWalk w =
-        hevc ? codecutil::walk_hevc_record(rec, on_entry) : codecutil::walk_avc_record(rec, on_count, on_entry);
+    const codecutil::RecordWalk w = hevc ? codecutil::walk_hevc_record(rec, on_entry)
+                                         : codecutil::walk_avc_record(rec, on_count, on_entry);
     switch (w.stop) {
-    case codecutil::RecordStop::kEnd: return true;
-    case codecutil::RecordStop::kRefused: return false;
-    default:
-        EDR_LOG_AS("ves_split_set_codec_data", kLvError,
-                   hevc ? "%s:%d wrong HEVC codec data, pos %d, nalUnitLength %d, len %d\n"
-                        : "%s:%d wrong AVC codec data, pos %d, nalUnitLength %d, len %d\n",
-                   static_cast<int>(w.pos), static_cast<int>(w.length), static_cast<int>(rec.size()));
-        return false;
+        case codecutil::RecordStop::kEnd:
+            return true;
+        case codecutil::RecordStop::kRefused:
+            return false;
+        default:
+            EDR_LOG_AS("ves_split_set_codec_data", kLvError,
+                       hevc ? "%s:%d wrong HEVC codec data, pos %d, nalUnitLength %d, len %d\n"
+                            : "%s:%d wrong AVC codec data, pos %d, nalUnitLength %d, len %d\n",
+                       static_cast<int>(w.pos), static_cast<int>(w.length),
+                       static_cast<int>(rec.size()));
+            return false;
     }
 }
 
@@ -774,12 +788,14 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
             split->layers[t].layer_present, enable);
     split->layers[t].layer_present = enable;
     split->single_track =
-        split->layers[VES_BL].layer_present == 0 || split->layers[VES_EL].layer_present == 0 ? 1 : 0;
+        split->layers[VES_BL].layer_present == 0 || split->layers[VES_EL].layer_present == 0 ? 1
+                                                                                             : 0;
     return 0;
 }
 
 // Every push but the common one ves_split_push takes itself.
-[[gnu::noinline]] static int push_general(ves_splitter* split, void* vesdata, int veslen, uint64_t pts) {
+[[gnu::noinline]] static int push_general(ves_splitter* split, void* vesdata, int veslen,
+                                          uint64_t pts) {
     EDR_LOG(kLvUnit, "%s:%d nal_length_size %d, len %d, pts %lld, buffered len %d\n",
             split->nal_length_size, veslen, ll(pts), split->buf.len);
     StartList starts{0, veslen, {}};
@@ -801,8 +817,8 @@ VES_API int ves_split_enable_layer(void* s, enum ves_type type, int enable) {
     }
     FILE* dump = split->dump_files[VES_MIX];
     if (dump != nullptr && veslen > 0) {
-        EDR_LOG(kLvError, "%s:%d dump %s %d Bytes at %lld, pts %lld\n", s_type_name[VES_MIX], veslen,
-                ll(split->dump_pos[VES_MIX]), ll(pts));
+        EDR_LOG(kLvError, "%s:%d dump %s %d Bytes at %lld, pts %lld\n", s_type_name[VES_MIX],
+                veslen, ll(split->dump_pos[VES_MIX]), ll(pts));
         split->dump_pos[VES_MIX] += std::fwrite(vesdata, 1, static_cast<size_t>(veslen), dump);
     }
     if (split->nal_length_size == 0) return push_start_codes(split, scan, veslen, starts, pts);
@@ -818,12 +834,14 @@ VES_API int ves_split_push(void* s, void* vesdata, int veslen, uint64_t pts) {
     // only counted. Kept apart so that nothing else's set-up is paid for them.
     mirror_buffer& ring = split->buf;
     if (split->nal_length_size == 0 && split->scan_pending != 0 && veslen > 0 &&
-        ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) && split->dump_files[VES_MIX] == nullptr) {
+        ring.size - ring.len >= veslen && !edr_debug_on(kLvUnit) &&
+        split->dump_files[VES_MIX] == nullptr) {
         const StartCodeScanKernel& scan = start_code_scan();
         StartList starts;
         const auto* push = static_cast<const uint8_t*>(vesdata);
         append_push(ring, scan, push, veslen, starts);
-        if (!no_start_code(push, veslen, starts)) return push_start_codes(split, scan, veslen, starts, pts);
+        if (!no_start_code(push, veslen, starts))
+            return push_start_codes(split, scan, veslen, starts, pts);
         return held_unit_grows(split, pts);
     }
     return push_general(split, vesdata, veslen, pts);

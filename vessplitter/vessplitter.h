@@ -87,20 +87,20 @@ typedef struct _timestamp_s_ {
 } timestamp_t;
 
 struct ves_layer_param {
-    int layer_present;     /* output delivered to the callback */
-    void* buf;             /* access unit being gathered; owned */
-    int len;               /* bytes gathered */
-    int size;              /* capacity of buf */
-    uint64_t original_pts; /* caller's time stamp of the access unit */
-    uint64_t derived_pts;  /* enhancement layer: derived time stamp, 0 if none */
+    int layer_present;      /* output delivered to the callback */
+    void* buf;              /* access unit being gathered; owned */
+    int len;                /* bytes gathered */
+    int size;               /* capacity of buf */
+    uint64_t original_pts;  /* caller's time stamp of the access unit */
+    uint64_t derived_pts;   /* enhancement layer: derived time stamp, 0 if none */
     parser_handle_t parser; /* base and enhancement layers only */
-    int64_t idr_dts;       /* enhancement layer: decoding time of the anchor IDR */
-    uint64_t idr_pts;      /* caller's time stamp of the last base-layer IDR */
-    uint64_t abs_idr_pts;  /* enhancement layer: DPB output time of the anchor, ticks */
-    uint32_t dec_delay;    /* enhancement layer: decoding delay, ticks */
-    uint32_t time_scale;   /* units per second of the caller's time stamps */
-    timestamp_t pts;       /* unused */
-    int sps_valid;         /* an SPS of this layer has been parsed */
+    int64_t idr_dts;        /* enhancement layer: decoding time of the anchor IDR */
+    uint64_t idr_pts;       /* caller's time stamp of the last base-layer IDR */
+    uint64_t abs_idr_pts;   /* enhancement layer: DPB output time of the anchor, ticks */
+    uint32_t dec_delay;     /* enhancement layer: decoding delay, ticks */
+    uint32_t time_scale;    /* units per second of the caller's time stamps */
+    timestamp_t pts;        /* unused */
+    int sps_valid;          /* an SPS of this layer has been parsed */
 };
 
 struct ves_splitter {
@@ -114,7 +114,7 @@ struct ves_splitter {
     uint64_t remain_pts; /* time stamp of the input held from an earlier push */
     int f_idr_aligned;   /* base-layer IDR not yet matched by an EL IDR */
     struct ves_layer_param layers[VES_TYPE_NUM];
-    int single_track; /* base or enhancement layer switched off */
+    int single_track;           /* base or enhancement layer switched off */
     uint8_t* sps_pps_nal_units; /* length-prefixed parameter sets; owned */
     int sps_pps_nal_units_size; /* bytes still to be sent; 0 once sent */
     int nal_length_size;        /* 1 to 4, or 0 for start-code input */

@@ -57,7 +57,8 @@ ZHAL_API zarn_uint8* Zhal_AVStream_Getbuffer(Zhal_AVStream_ptr Stream, zarn_uint
 ZHAL_API zarn_bool Zhal_AVStream_Append(Zhal_AVStream_ptr Stream, void* data, zarn_uint32 size,
                                         zarn_uint64 pts) {
     auto* s = static_cast<SimStream*>(Stream);
-    if (s == nullptr || s->grant == nullptr || data != s->grant || size > s->grant_size) return FALSE;
+    if (s == nullptr || s->grant == nullptr || data != s->grant || size > s->grant_size)
+        return FALSE;
     zarn_uint32 to_end = s->capacity - s->wp;
     if (size <= to_end) {
         deliver(s, s->ring + s->wp, size, pts);

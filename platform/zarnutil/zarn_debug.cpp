@@ -84,8 +84,8 @@ ZARN_API void zarn_debug_log(ZarnDebugCategory* category, ZarnDebugLevel level, 
     if (static_cast<int>(level) > category_threshold(category)) return;
     const char* base = std::strrchr(file, '/');
     std::fprintf(stderr, "%-6s %s %s:%d %s: %s%s", level_name(level),
-                 category != nullptr ? category->name : "default", base != nullptr ? base + 1 : file,
-                 line, function, text,
+                 category != nullptr ? category->name : "default",
+                 base != nullptr ? base + 1 : file, line, function, text,
                  (text[0] != '\0' && text[std::strlen(text) - 1] == '\n') ? "" : "\n");
 }
 

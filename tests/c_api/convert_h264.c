@@ -10,7 +10,8 @@
 
 static zarn_uint8 ring[64];
 
-static zarn_uint8* get_buffer(void* stream, zarn_uint32 size, zarn_uint8** mem2, zarn_uint32* size2) {
+static zarn_uint8* get_buffer(void* stream, zarn_uint32 size, zarn_uint8** mem2,
+                              zarn_uint32* size2) {
     (void)stream;
     (void)mem2;
     *size2 = 0;
@@ -19,8 +20,8 @@ static zarn_uint8* get_buffer(void* stream, zarn_uint32 size, zarn_uint8** mem2,
 
 int main(void) {
     static zarn_uint8 config[] = {
-        0x01, 0x64, 0x00, 0x1F, /* version, profile, compatibility, level */
-        0xFF,                   /* lengthSizeMinusOne 3 */
+        0x01, 0x64, 0x00, 0x1F,                   /* version, profile, compatibility, level */
+        0xFF,                                     /* lengthSizeMinusOne 3 */
         0xE1, 0x00, 0x04, 0x67, 0x64, 0x00, 0x1F, /* one SPS of 4 bytes */
         0x01, 0x00, 0x02, 0x68, 0xEE,             /* one PPS of 2 bytes */
     };

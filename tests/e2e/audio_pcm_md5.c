@@ -16,7 +16,6 @@
 #include <libavformat/avformat.h>
 #include <libavutil/md5.h>
 #include <libavutil/mem.h>
-
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -210,7 +209,8 @@ int main(int argc, char** argv) {
     printf("md5 ");
     for (int i = 0; i < 16; ++i) printf("%02x", digest[i]);
     printf(" samples %lld channels %d rate %d format %s\n", (long long)s.samples, s.channels,
-           s.rate, s.channels != 0 ? av_get_sample_fmt_name((enum AVSampleFormat)s.format) : "none");
+           s.rate,
+           s.channels != 0 ? av_get_sample_fmt_name((enum AVSampleFormat)s.format) : "none");
     av_frame_free(&frame);
     av_free(s.md5);
     av_free(s.interleaved);

@@ -30,24 +30,25 @@ void print_sps(parser_handle_t parser, bool hevc) {
         const hevc_decoder_t& dec = reinterpret_cast<const hevc_parser_t*>(parser)->dec;
         if (dec.sps[dec.sps_id] == nullptr) return;
         const hevc_sps_t& s = *dec.sps[dec.sps_id];
-        std::printf("SPS num_units_in_tick=%d time_scale=%d reorder=%d nal_hrd=%d vcl_hrd=%d "
-                    "init_len=%d cpb_len=%d dpb_len=%d frame_field_info=%d\n",
-                    s.vui.i_num_units, s.vui.i_time_scale,
-                    s.ai_num_reorder_pics[s.i_max_temporal_layers - 1], s.vui.b_nal_hrd_parameters,
-                    s.vui.b_vcl_hrd_parameters, s.vui.i_initial_cpb_removal_delay_length,
-                    s.vui.i_cpb_removal_delay_length, s.vui.i_dpb_output_delay_len,
-                    s.vui.b_frame_field_info);
+        std::printf(
+            "SPS num_units_in_tick=%d time_scale=%d reorder=%d nal_hrd=%d vcl_hrd=%d "
+            "init_len=%d cpb_len=%d dpb_len=%d frame_field_info=%d\n",
+            s.vui.i_num_units, s.vui.i_time_scale,
+            s.ai_num_reorder_pics[s.i_max_temporal_layers - 1], s.vui.b_nal_hrd_parameters,
+            s.vui.b_vcl_hrd_parameters, s.vui.i_initial_cpb_removal_delay_length,
+            s.vui.i_cpb_removal_delay_length, s.vui.i_dpb_output_delay_len,
+            s.vui.b_frame_field_info);
         return;
     }
     const avc_decoder_t& dec = reinterpret_cast<const avc_parser_t*>(parser)->dec;
     const avc_sps_t& s = dec.sps[dec.sps_id];
-    std::printf("SPS num_units_in_tick=%u time_scale=%u reorder=%u nal_hrd=%u vcl_hrd=%u "
-                "init_len=%u cpb_len=%u dpb_len=%u pic_struct_present=%u\n",
-                s.num_units_in_tick, s.time_scale, s.num_reorder_frames,
-                s.nal_hrd_parameters_present_flag, s.vcl_hrd_parameters_present_flag,
-                s.initial_cpb_removal_delay_length_minus1 + 1u,
-                s.cpb_removal_delay_length_minus1 + 1u, s.dpb_output_delay_length_minus1 + 1u,
-                s.pic_struct_present_flag);
+    std::printf(
+        "SPS num_units_in_tick=%u time_scale=%u reorder=%u nal_hrd=%u vcl_hrd=%u "
+        "init_len=%u cpb_len=%u dpb_len=%u pic_struct_present=%u\n",
+        s.num_units_in_tick, s.time_scale, s.num_reorder_frames, s.nal_hrd_parameters_present_flag,
+        s.vcl_hrd_parameters_present_flag, s.initial_cpb_removal_delay_length_minus1 + 1u,
+        s.cpb_removal_delay_length_minus1 + 1u, s.dpb_output_delay_length_minus1 + 1u,
+        s.pic_struct_present_flag);
 }
 
 void print_timing(parser_handle_t parser, bool hevc) {
@@ -65,8 +66,8 @@ void print_timing(parser_handle_t parser, bool hevc) {
         dpb = dec.dpb_output_delay;
         if (dec.active_sps->pic_struct_present_flag) pic_struct = dec.pic_struct;
     }
-    std::printf(" cpb_removal_delay=%u dpb_output_delay=%u out=%" PRIu64 " units=%d reorder=%d", cpb,
-                dpb, parser->parser_get_dpb_output_time(parser, 1),
+    std::printf(" cpb_removal_delay=%u dpb_output_delay=%u out=%" PRIu64 " units=%d reorder=%d",
+                cpb, dpb, parser->parser_get_dpb_output_time(parser, 1),
                 parser->parser_get_num_units_in_tick(parser),
                 parser->parser_get_num_reorder_frames(parser));
     if (pic_struct >= 0) std::printf(" pic_struct=%d", pic_struct);

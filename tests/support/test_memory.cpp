@@ -49,7 +49,8 @@ void* t_calloc(size_t c, size_t n) {
 
 }  // namespace
 
-CountingMemory::CountingMemory() : table_{t_malloc, t_realloc, t_free, t_calloc, nullptr, nullptr, nullptr} {
+CountingMemory::CountingMemory()
+    : table_{t_malloc, t_realloc, t_free, t_calloc, nullptr, nullptr, nullptr} {
     g = State{};
 }
 CountingMemory::~CountingMemory() = default;

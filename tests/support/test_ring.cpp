@@ -9,7 +9,8 @@ std::vector<uint8_t> TestRing::granted(uint32_t size) const {
     return out;
 }
 
-zarn_uint8* TestRing::getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2, zarn_uint32* size2) {
+zarn_uint8* TestRing::getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2,
+                             zarn_uint32* size2) {
     auto* r = static_cast<TestRing*>(stream);
     ++r->requests_;
     r->last_request_ = size;

@@ -27,7 +27,8 @@ public:
     std::vector<uint8_t> granted(uint32_t size) const;
 
     // CodecUtilGetBufFunc_t; `stream` is a TestRing*.
-    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2, zarn_uint32* size2);
+    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8** mem2,
+                              zarn_uint32* size2);
 
 private:
     std::vector<uint8_t> ring_;

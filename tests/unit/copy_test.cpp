@@ -24,7 +24,8 @@ TEST(CopyKernels, EqualMemcpyAtEveryLengthAndAlignment) {
                     for (size_t i = 0; i < dst.size(); ++i) {
                         const bool inside = i >= 16 + d_off && i < 16 + d_off + size;
                         const uint8_t want = inside ? src[s_off + i - 16 - d_off] : 0xA5;
-                        ASSERT_EQ(dst[i], want) << "kernel " << k << " size " << size << " at " << i;
+                        ASSERT_EQ(dst[i], want)
+                            << "kernel " << k << " size " << size << " at " << i;
                     }
                 }
             }

@@ -22,9 +22,12 @@ TEST(Dispatcher, CreatesByTypeAndAlwaysMakesTheCategory) {
     };
     // Types whose converters live elsewhere in the tree are checked there.
     const Row rows[] = {
-        {CODEC_UTIL_TYPE_MPEG4, true},   {CODEC_UTIL_TYPE_H264, true},
-        {CODEC_UTIL_TYPE_H265, true},    {CODEC_UTIL_TYPE_VP9, false},  // own constructor only
-        {CODEC_UTIL_TYPE_UNKNOWN, false}, {-1, false},                  // compared unsigned
+        {CODEC_UTIL_TYPE_MPEG4, true},
+        {CODEC_UTIL_TYPE_H264, true},
+        {CODEC_UTIL_TYPE_H265, true},
+        {CODEC_UTIL_TYPE_VP9, false},  // own constructor only
+        {CODEC_UTIL_TYPE_UNKNOWN, false},
+        {-1, false},  // compared unsigned
         {13, false},
     };
     for (const auto& row : rows) {

@@ -14,20 +14,21 @@ using namespace codecutil_test;
 using Bytes = std::vector<uint8_t>;
 
 const Bytes kConfig = {
-    0x01,                    // configurationVersion
-    0x64, 0x00, 0x1F,        // profile, compatibility, level
-    0xFF,                    // lengthSizeMinusOne 3 (upper 6 bits reserved)
-    0xE1,                    // numOfSequenceParameterSets 1
+    0x01,                                // configurationVersion
+    0x64, 0x00, 0x1F,                    // profile, compatibility, level
+    0xFF,                                // lengthSizeMinusOne 3 (upper 6 bits reserved)
+    0xE1,                                // numOfSequenceParameterSets 1
     0x00, 0x04, 0x67, 0x64, 0x00, 0x1F,  // SPS, 4 bytes
-    0x01,                    // numOfPictureParameterSets 1
-    0x00, 0x02, 0x68, 0xEE,  // PPS, 2 bytes
+    0x01,                                // numOfPictureParameterSets 1
+    0x00, 0x02, 0x68, 0xEE,              // PPS, 2 bytes
 };
 const Bytes kBlob = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x1F, 0, 0, 0, 1, 0x68, 0xEE};
 
 void* make(const Bytes& config, CodecUtilMemVtable_t* table = nullptr) {
     void* h = Zarn_CodecUtil_Create(CODEC_UTIL_TYPE_H264, table);
     Zarn_CodecUtil_SetGetBufFunc(h, getbuf_fn());
-    CodecUtilH264Param_t p{const_cast<uint8_t*>(config.data()), static_cast<zarn_uint32>(config.size())};
+    CodecUtilH264Param_t p{const_cast<uint8_t*>(config.data()),
+                           static_cast<zarn_uint32>(config.size())};
     EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
     return h;
 }
@@ -41,7 +42,7 @@ TEST(H264, ConvertsLengthPrefixesToStartCodesWithTheBlobOnce) {
     void* h = make(kConfig);
     TestRing ring;
     const Bytes unit = {
-        0, 0, 0, 0,              // empty NAL unit
+        0, 0, 0, 0,  // empty NAL unit
         0, 0, 0, 3, 0xAA, 0xBB, 0xCC,
     };
     const Bytes converted = {0, 0, 0, 1, 0, 0, 0, 1, 0xAA, 0xBB, 0xCC};
@@ -51,7 +52,8 @@ TEST(H264, ConvertsLengthPrefixesToStartCodesWithTheBlobOnce) {
     PushResult second = push(h, ring, unit);
     EXPECT_EQ(second.bytes, converted);
     // The same record again arms the blob again.
-    CodecUtilH264Param_t p{const_cast<uint8_t*>(kConfig.data()), static_cast<zarn_uint32>(kConfig.size())};
+    CodecUtilH264Param_t p{const_cast<uint8_t*>(kConfig.data()),
+                           static_cast<zarn_uint32>(kConfig.size())};
     ASSERT_TRUE(Zarn_CodecUtil_SetParam(h, &p));
     EXPECT_EQ(push(h, ring, unit).bytes, cat(kBlob, converted));
     Zarn_CodecUtil_Destroy(h);
@@ -64,9 +66,9 @@ TEST(H264, PrefixLengthsFromTheRecord) {
         Bytes payload;
     };
     const Row rows[] = {
-        {0xFC, {5, 1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}},           // 1-byte prefixes
-        {0xFD, {0, 2, 9, 8}, {9, 8}},                           // 2-byte
-        {0xFE, {0, 0, 5, 1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}},      // 3-byte: 00 00 05 is 5
+        {0xFC, {5, 1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}},        // 1-byte prefixes
+        {0xFD, {0, 2, 9, 8}, {9, 8}},                       // 2-byte
+        {0xFE, {0, 0, 5, 1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}},  // 3-byte: 00 00 05 is 5
     };
     for (const auto& row : rows) {
         Bytes config = kConfig;
@@ -157,9 +159,11 @@ TEST(H264, TruncatedRecordsAreCutWhereTheyEnd) {
         {"SPS declares 10, 5 follow: the 5 bytes and no PPS",
          {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1, 0x00, 0x0A, 1, 2, 3, 4, 5},
          {0, 0, 0, 1, 1, 2, 3, 4, 5}},
-        {"no PPS count byte", {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1, 0x00, 0x01, 0x67},
+        {"no PPS count byte",
+         {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1, 0x00, 0x01, 0x67},
          {0, 0, 0, 1, 0x67}},
-        {"PPS length field cut", {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1, 0x00, 0x01, 0x67, 0x01, 0x00},
+        {"PPS length field cut",
+         {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1, 0x00, 0x01, 0x67, 0x01, 0x00},
          {0, 0, 0, 1, 0x67}},
         {"header only", {0x01, 0x64, 0x00, 0x1F, 0xFF, 0xE1}, {}},
     };
@@ -198,9 +202,9 @@ TEST(H264, RefusedSpaceKeepsTheBlobPending) {
 
 TEST(H264, EveryWrapOffsetGivesTheContiguousBytes) {
     const Bytes unit = {
-        0, 0, 0, 3, 0x65, 0x88, 0x84,
-        0, 0, 0, 6, 0x00, 0x00, 0x00, 0x01, 0x41, 0x9A,  // payload that looks like a start code
-        0, 0, 0, 2, 0x41, 0x9B,
+        0, 0, 0,    3,    0x65, 0x88, 0x84, 0,    0,
+        0, 6, 0x00, 0x00, 0x00, 0x01, 0x41, 0x9A,  // payload that looks like a start code
+        0, 0, 0,    2,    0x41, 0x9B,
     };
     EXPECT_EQ(wrap_mismatches([] { return make(kConfig); }, unit), std::vector<uint32_t>{});
 }
@@ -217,7 +221,8 @@ TEST(H264, EveryAllocationIsReturnedAndFailuresLeakNothing) {
             continue;
         }
         Zarn_CodecUtil_SetGetBufFunc(h, getbuf_fn());
-        CodecUtilH264Param_t p{const_cast<uint8_t*>(kConfig.data()), static_cast<zarn_uint32>(kConfig.size())};
+        CodecUtilH264Param_t p{const_cast<uint8_t*>(kConfig.data()),
+                               static_cast<zarn_uint32>(kConfig.size())};
         const bool accepted = Zarn_CodecUtil_SetParam(h, &p);
         EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), accepted);
         TestRing ring;

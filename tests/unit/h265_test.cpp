@@ -23,11 +23,17 @@ Bytes config_with(uint8_t length_byte, uint8_t num_arrays, const Bytes& arrays) 
     return c;
 }
 
-const Bytes kConfig = config_with(0xF3, 1, {
-    0x20,        // array_completeness 0, NAL_unit_type 32 (VPS)
-    0x00, 0x01,  // numNalus 1
-    0x00, 0x03, 0x40, 0x01, 0x0C,
-});
+const Bytes kConfig = config_with(0xF3, 1,
+                                  {
+                                      0x20,  // array_completeness 0, NAL_unit_type 32 (VPS)
+                                      0x00,
+                                      0x01,  // numNalus 1
+                                      0x00,
+                                      0x03,
+                                      0x40,
+                                      0x01,
+                                      0x0C,
+                                  });
 const Bytes kBlob = {0, 0, 0, 1, 0x40, 0x01, 0x0C};
 
 void* make(const Bytes& config, bool expect_ok = true) {
@@ -62,7 +68,8 @@ TEST(H265, EntryLengthsAgainstTheRecordsEnd) {
         bool accepted;
     };
     const Row rows[] = {
-        {"entry runs exactly to the end", config_with(0x03, 1, {0x20, 0, 1, 0, 2, 0x40, 0x01}), true},
+        {"entry runs exactly to the end", config_with(0x03, 1, {0x20, 0, 1, 0, 2, 0x40, 0x01}),
+         true},
         {"one byte further", config_with(0x03, 1, {0x20, 0, 1, 0, 3, 0x40, 0x01}), false},
         {"length field cut", config_with(0x03, 1, {0x20, 0, 1, 0}), false},
         {"array header cut", config_with(0x03, 2, {0x20, 0, 1, 0, 1, 0x40, 0x21}), false},
@@ -112,9 +119,9 @@ TEST(H265, AnnexBInputSwitchesTheConverterOff) {
 
 TEST(H265, OtherMalformedUnitsAreDropped) {
     const Bytes rows[] = {
-        {},                          // empty, even while active
-        {0, 0, 1, 0x40},             // start code but not longer than 4 bytes
-        {0, 0, 0, 9, 0x40, 0x01},    // length past the end, no start code
+        {},                        // empty, even while active
+        {0, 0, 1, 0x40},           // start code but not longer than 4 bytes
+        {0, 0, 0, 9, 0x40, 0x01},  // length past the end, no start code
     };
     void* h = make(kConfig);
     TestRing ring;

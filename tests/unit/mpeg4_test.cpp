@@ -69,8 +69,11 @@ TEST(Mpeg4, RefusedSpaceKeepsTheHeadersArmed) {
 }
 
 TEST(Mpeg4, EveryWrapOffsetGivesTheContiguousBytes) {
-    EXPECT_EQ(wrap_mismatches([] { return make({0, 0, 1, 0xB0, 0xF5, 0, 0, 1, 0xB5}); },
-                              {0, 0, 1, 0xB6, 0x10, 0x20, 0x30}),
+    EXPECT_EQ(wrap_mismatches(
+                  [] {
+                      return make({0, 0, 1, 0xB0, 0xF5, 0, 0, 1, 0xB5});
+                  },
+                  {0, 0, 1, 0xB6, 0x10, 0x20, 0x30}),
               std::vector<uint32_t>{});
 }
 

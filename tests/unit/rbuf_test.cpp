@@ -12,7 +12,7 @@ struct WrapCase {
     uint32_t room;         // bytes between wp and end
     uint32_t size;         // bytes written
     uint32_t first_piece;  // bytes expected at wp
-    int next;              // expected result: offset from start (>= 0) or from wp (< 0 means wp + size)
+    int next;  // expected result: offset from start (>= 0) or from wp (< 0 means wp + size)
 };
 
 TEST(WriteToRing, SplitsAtTheWrapPoint) {
@@ -38,7 +38,8 @@ TEST(WriteToRing, SplitsAtTheWrapPoint) {
         else
             EXPECT_EQ(got, second.data() + c.next);
         for (uint32_t i = 0; i < c.first_piece; ++i) EXPECT_EQ(wp[i], data[i]);
-        for (uint32_t i = c.first_piece; i < c.size; ++i) EXPECT_EQ(second[i - c.first_piece], data[i]);
+        for (uint32_t i = c.first_piece; i < c.size; ++i)
+            EXPECT_EQ(second[i - c.first_piece], data[i]);
         EXPECT_EQ(first[0], 0);  // nothing before wp
     }
 }

@@ -196,7 +196,8 @@ void apply_new_codec_data(StreamJob& job, const AVPacket* pkt, const std::string
     if (param == nullptr) return;
     ++job.report.param_changes;
     if (!Zarn_CodecUtil_SetParam(job.converter, param))
-        std::fprintf(stderr, "codecutil: %s: stream %d (%s): new codec data refused by the converter\n",
+        std::fprintf(stderr,
+                     "codecutil: %s: stream %d (%s): new codec data refused by the converter\n",
                      input.c_str(), job.report.index, job.report.codec.c_str());
 }
 
@@ -368,8 +369,9 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
             ok = false;
         }
         struct stat out_info {};
-        r.bytes_out =
-            ::stat(staged_path(r.output).c_str(), &out_info) == 0 ? static_cast<uint64_t>(out_info.st_size) : 0;
+        r.bytes_out = ::stat(staged_path(r.output).c_str(), &out_info) == 0
+                          ? static_cast<uint64_t>(out_info.st_size)
+                          : 0;
         report.streams.push_back(r);
     }
     return ok;
@@ -381,7 +383,8 @@ bool convert_file(const std::string& input, const fs::path& out_dir, const Conve
 bool all_dropped(const FileReport& report) {
     bool any = false;
     if (report.corrupt_packets != 0) {
-        std::fprintf(stderr, "codecutil: %s: %llu packets marked corrupt by the demuxer (truncated?)\n",
+        std::fprintf(stderr,
+                     "codecutil: %s: %llu packets marked corrupt by the demuxer (truncated?)\n",
                      report.input.c_str(), static_cast<unsigned long long>(report.corrupt_packets));
         any = true;
     }
@@ -433,18 +436,19 @@ void print_summary(const FileReport& report) {
     for (const Line& line : lines) {
         if (line.skipped != nullptr) {
             std::fprintf(report_out(), "  stream %d  %-6s skipped (%s, no converter)\n", line.index,
-                        line.skipped->codec.c_str(), line.skipped->media.c_str());
+                         line.skipped->codec.c_str(), line.skipped->media.c_str());
             continue;
         }
         const StreamReport& r = *line.converted;
         std::fprintf(report_out(),
-            "  stream %d  %-6s %llu packets: %llu converted, %llu passed through, "
-            "%llu dropped; %llu -> %llu bytes -> %s\n",
-            r.index, r.codec.c_str(), static_cast<unsigned long long>(r.packets),
-            static_cast<unsigned long long>(r.converted),
-            static_cast<unsigned long long>(r.passed_through),
-            static_cast<unsigned long long>(r.dropped), static_cast<unsigned long long>(r.bytes_in),
-            static_cast<unsigned long long>(r.bytes_out), r.output.c_str());
+                     "  stream %d  %-6s %llu packets: %llu converted, %llu passed through, "
+                     "%llu dropped; %llu -> %llu bytes -> %s\n",
+                     r.index, r.codec.c_str(), static_cast<unsigned long long>(r.packets),
+                     static_cast<unsigned long long>(r.converted),
+                     static_cast<unsigned long long>(r.passed_through),
+                     static_cast<unsigned long long>(r.dropped),
+                     static_cast<unsigned long long>(r.bytes_in),
+                     static_cast<unsigned long long>(r.bytes_out), r.output.c_str());
     }
 }
 
@@ -458,7 +462,8 @@ void configure_logging(bool verbose) {
 }
 
 void print_help() {
-    std::fprintf(report_out(),
+    std::fprintf(
+        report_out(),
         "usage: codecutil convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v]\n"
         "                         [--allow-warnings] [--samples DIR]\n"
         "\n"
@@ -480,7 +485,8 @@ void print_help() {
         "\n"
         "Exit status: 0 done; 1 an input could not be converted; 2 usage error or an\n"
         "unreadable INPUT; 3 every unit of some stream was dropped (see --ring-size),\n"
-        "or the input is truncated, and --allow-warnings was not given; 130 interrupted. Output files appear only\n"
+        "or the input is truncated, and --allow-warnings was not given; 130 interrupted. Output "
+        "files appear only\n"
         "on exit 0.\n",
         kDefaultOutputDir, CODECUTIL_SAMPLES_RELDIR);
 }

@@ -54,14 +54,14 @@ bool read_file(const char* path, std::vector<uint8_t>& data) {
 
 void print_help() {
     std::fprintf(report_out(),
-        "usage: codecutil inspect FILE --format NAME [--extract DIR]\n"
-        "\n"
-        "Checks FILE strictly as a stream in format NAME and lists its frames or\n"
-        "packets. With --extract, writes the payloads to DIR in a form standard\n"
-        "tools read.\n"
-        "\n"
-        "formats: %s\n",
-        known_formats().c_str());
+                 "usage: codecutil inspect FILE --format NAME [--extract DIR]\n"
+                 "\n"
+                 "Checks FILE strictly as a stream in format NAME and lists its frames or\n"
+                 "packets. With --extract, writes the payloads to DIR in a form standard\n"
+                 "tools read.\n"
+                 "\n"
+                 "formats: %s\n",
+                 known_formats().c_str());
 }
 
 }  // namespace

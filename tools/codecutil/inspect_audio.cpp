@@ -127,13 +127,14 @@ int run_adts(const uint8_t* data, size_t size, const char* extract_dir, FILE* ou
             // A new configuration after a codec-data change is legitimate;
             // extraction writes one AudioSpecificConfig, so it cannot follow.
             if (extract_dir != nullptr)
-                return faults.at(at, "fixed header changed: %02X %02X %02X, before %02X %02X %02X: "
+                return faults.at(at,
+                                 "fixed header changed: %02X %02X %02X, before %02X %02X %02X: "
                                  "cannot extract two configurations into one stream",
                                  this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1],
                                  fixed[2]);
-            std::fprintf(out, "change offset %zu fixed header %02X %02X %02X, before %02X %02X %02X\n",
-                         at, this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1],
-                         fixed[2]);
+            std::fprintf(
+                out, "change offset %zu fixed header %02X %02X %02X, before %02X %02X %02X\n", at,
+                this_fixed[0], this_fixed[1], this_fixed[2], fixed[0], fixed[1], fixed[2]);
             std::memcpy(fixed, this_fixed, sizeof fixed);
         }
         if (extract_dir != nullptr && blocks != 0)

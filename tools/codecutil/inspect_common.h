@@ -14,10 +14,14 @@ inline uint32_t be32(const uint8_t* p) {
     return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
            static_cast<uint32_t>(p[2]) << 8 | p[3];
 }
-inline uint64_t be64(const uint8_t* p) { return static_cast<uint64_t>(be32(p)) << 32 | be32(p + 4); }
+inline uint64_t be64(const uint8_t* p) {
+    return static_cast<uint64_t>(be32(p)) << 32 | be32(p + 4);
+}
 inline uint32_t le16(const uint8_t* p) { return static_cast<uint32_t>(p[0] | p[1] << 8); }
 inline uint32_t le32(const uint8_t* p) { return le16(p) | le16(p + 2) << 16; }
-inline uint64_t le64(const uint8_t* p) { return le32(p) | static_cast<uint64_t>(le32(p + 4)) << 32; }
+inline uint64_t le64(const uint8_t* p) {
+    return le32(p) | static_cast<uint64_t>(le32(p + 4)) << 32;
+}
 inline void put_le16(uint8_t* p, uint32_t v) {
     p[0] = static_cast<uint8_t>(v);
     p[1] = static_cast<uint8_t>(v >> 8);

@@ -26,10 +26,12 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"convert", "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v] [--samples DIR]",
+    {"convert",
+     "convert [INPUT] [-o DIR] [--json] [--ring-size N] [--wrap-at N] [-v] [--samples DIR]",
      run_convert},
     {"inspect", "inspect FILE --format NAME [--extract DIR]", run_inspect},
-    {"split", "split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
+    {"split",
+     "split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts] [--pts FILE.csv] [--codec-data FILE]",
      run_split},
 };
 

@@ -52,7 +52,8 @@ std::string stage_output(const std::string& final_path) {
 int finish_outputs(int status) {
     const int n = g_staged_count.load();
     for (int i = 0; i < n; ++i) {
-        if (status == kExitOk && std::rename(g_staged[i], g_final[static_cast<size_t>(i)].c_str()) == 0)
+        if (status == kExitOk &&
+            std::rename(g_staged[i], g_final[static_cast<size_t>(i)].c_str()) == 0)
             continue;
         if (status == kExitOk) {
             report_error("cannot move '" + std::string(g_staged[i]) + "' to '" +

@@ -20,8 +20,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -94,31 +94,31 @@ int on_output(void* param, ves_type type, void* data, int len, uint64_t pts) {
 
 void print_help() {
     std::fprintf(report_out(),
-        "usage: codecutil split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts]\n"
-        "                       [--pts FILE.csv] [--codec-data FILE] [--allow-warnings]\n"
-        "\n"
-        "Splits a dual-layer stream (enhancement-layer units behind 7E 01, metadata\n"
-        "behind 7C 01) into DIR/bl.<h264|h265>, DIR/el.<h264|h265> and DIR/md.bin,\n"
-        "and lists every delivery in DIR/units.csv (type,len,pts).\n"
-        "\n"
-        "INPUT may be an MP4, MKV or MPEG-TS file: its first H.264/H.265 track is\n"
-        "split, the codec taken from the container; otherwise it is a raw stream.\n"
-        "\n"
-        "  --codec avc|hevc   the stream's codec (required for a raw stream)\n"
-        "  -o, --output DIR   output folder (default %s)\n"
-        "  --json             print the counts as one JSON object\n"
-        "  --ts               access units are delimited by access-unit delimiters\n"
-        "  --pts FILE.csv     push pieces given by rows \"offset,pts\" (pts in ns);\n"
-        "                     without it, 64 KiB pieces with pts 0\n"
-        "  --codec-data FILE  a decoder configuration record: the input is then\n"
-        "                     length-prefixed, and each piece must hold whole units\n"
-        "  --allow-warnings   exit 0 even when no enhancement layer was found\n"
-        "\n"
-        "Exit status: 0 done; 1 the input could not be split; 2 usage error or an\n"
-        "unreadable path; 3 no enhancement-layer unit was found (wrong --codec, or a\n"
-        "single-layer stream) and --allow-warnings was not given; 130 interrupted.\n"
-        "Output files appear only on exit 0.\n",
-        kDefaultOutputDir);
+                 "usage: codecutil split INPUT [--codec avc|hevc] [-o DIR] [--json] [--ts]\n"
+                 "                       [--pts FILE.csv] [--codec-data FILE] [--allow-warnings]\n"
+                 "\n"
+                 "Splits a dual-layer stream (enhancement-layer units behind 7E 01, metadata\n"
+                 "behind 7C 01) into DIR/bl.<h264|h265>, DIR/el.<h264|h265> and DIR/md.bin,\n"
+                 "and lists every delivery in DIR/units.csv (type,len,pts).\n"
+                 "\n"
+                 "INPUT may be an MP4, MKV or MPEG-TS file: its first H.264/H.265 track is\n"
+                 "split, the codec taken from the container; otherwise it is a raw stream.\n"
+                 "\n"
+                 "  --codec avc|hevc   the stream's codec (required for a raw stream)\n"
+                 "  -o, --output DIR   output folder (default %s)\n"
+                 "  --json             print the counts as one JSON object\n"
+                 "  --ts               access units are delimited by access-unit delimiters\n"
+                 "  --pts FILE.csv     push pieces given by rows \"offset,pts\" (pts in ns);\n"
+                 "                     without it, 64 KiB pieces with pts 0\n"
+                 "  --codec-data FILE  a decoder configuration record: the input is then\n"
+                 "                     length-prefixed, and each piece must hold whole units\n"
+                 "  --allow-warnings   exit 0 even when no enhancement layer was found\n"
+                 "\n"
+                 "Exit status: 0 done; 1 the input could not be split; 2 usage error or an\n"
+                 "unreadable path; 3 no enhancement-layer unit was found (wrong --codec, or a\n"
+                 "single-layer stream) and --allow-warnings was not given; 130 interrupted.\n"
+                 "Output files appear only on exit 0.\n",
+                 kDefaultOutputDir);
 }
 
 int parse_options(int argc, char** argv, SplitOptions& opt) {
@@ -127,7 +127,8 @@ int parse_options(int argc, char** argv, SplitOptions& opt) {
         const std::string arg = argv[i];
         if (arg.empty() || arg[0] != '-' || arg == "-") {
             if (opt.input != nullptr) {
-                report_error("split takes one INPUT (got '" + std::string(opt.input) + "' and '" + arg + "')");
+                report_error("split takes one INPUT (got '" + std::string(opt.input) + "' and '" +
+                             arg + "')");
                 return kExitUsage;
             }
             opt.input = argv[i];
@@ -149,7 +150,8 @@ int parse_options(int argc, char** argv, SplitOptions& opt) {
                 report_error("split: --codec needs avc or hevc (got '" + c + "')");
                 return kExitUsage;
             }
-        } else if (take_option(argc, argv, i, "-o", value) || take_option(argc, argv, i, "--output", value)) {
+        } else if (take_option(argc, argv, i, "-o", value) ||
+                   take_option(argc, argv, i, "--output", value)) {
             if (value == nullptr || *value == '\0') {
                 report_error("split: " + arg + " needs a folder");
                 return kExitUsage;
@@ -183,7 +185,8 @@ int parse_options(int argc, char** argv, SplitOptions& opt) {
 bool read_file(const char* path, const char* what, std::vector<uint8_t>& out) {
     std::ifstream f(path, std::ios::binary);
     if (!f) {
-        report_error(std::string("cannot open ") + what + " '" + path + "': " + std::strerror(errno));
+        report_error(std::string("cannot open ") + what + " '" + path +
+                     "': " + std::strerror(errno));
         return false;
     }
     out.assign(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
@@ -222,18 +225,20 @@ bool read_pieces(const char* path, uint64_t input_size, std::vector<Piece>& piec
                         parse_u64(line.substr(comma + 1), p.pts);
         if (!ok) {
             if (number == 1) continue;  // header
-            report_error(std::string(path) + ":" + std::to_string(number) + ": expected \"offset,pts\", got '" +
-                         line + "'");
+            report_error(std::string(path) + ":" + std::to_string(number) +
+                         ": expected \"offset,pts\", got '" + line + "'");
             return false;
         }
         if (pieces.empty() && p.offset != 0) {
-            report_error(std::string(path) + ":" + std::to_string(number) + ": the first offset is " +
-                         std::to_string(p.offset) + ", not 0: the bytes before it would never be pushed");
+            report_error(std::string(path) + ":" + std::to_string(number) +
+                         ": the first offset is " + std::to_string(p.offset) +
+                         ", not 0: the bytes before it would never be pushed");
             return false;
         }
         if (p.offset >= input_size || (!pieces.empty() && p.offset <= pieces.back().offset)) {
             report_error(std::string(path) + ":" + std::to_string(number) + ": offset " +
-                         std::to_string(p.offset) + " is not after the previous one inside the input of " +
+                         std::to_string(p.offset) +
+                         " is not after the previous one inside the input of " +
                          std::to_string(input_size) + " bytes");
             return false;
         }
@@ -345,8 +350,8 @@ bool push_all(void* splitter, const char* input_name, std::FILE* in, uint64_t si
         if (sink.write_failed)
             report_error("split: cannot write the output");
         else
-            report_error("split: push of bytes " + std::to_string(begin) + ".." + std::to_string(end) +
-                         " failed with " + std::to_string(r));
+            report_error("split: push of bytes " + std::to_string(begin) + ".." +
+                         std::to_string(end) + " failed with " + std::to_string(r));
         return false;
     };
     if (pieces.empty()) {
@@ -382,7 +387,8 @@ void print_report(const SplitOptions& opt, const Sink& sink, const std::string& 
         return;
     }
     for (const LayerOut& l : sink.layers)
-        std::fprintf(report_out(), "%s: %" PRIu64 " units, %" PRIu64 " bytes -> %s\n", l.name, l.units, l.bytes, l.path.c_str());
+        std::fprintf(report_out(), "%s: %" PRIu64 " units, %" PRIu64 " bytes -> %s\n", l.name,
+                     l.units, l.bytes, l.path.c_str());
     std::fprintf(report_out(), "units: %s\n", csv_path.c_str());
 }
 
@@ -464,7 +470,8 @@ bool split_container(SplitOptions opt, int& status) {
     const bool ts = format == "mpegts";
     status = kExitFailure;
     if (!ts && avformat_find_stream_info(fmt, nullptr) < 0) {
-        report_error(std::string("split: libavformat cannot find the streams of '") + opt.input + "'");
+        report_error(std::string("split: libavformat cannot find the streams of '") + opt.input +
+                     "'");
         return true;
     }
     AVStream* st = nullptr;
@@ -509,7 +516,8 @@ bool split_container(SplitOptions opt, int& status) {
             progress.update(static_cast<uint64_t>(std::max<int64_t>(0, pos)));
             const int64_t t = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
             if (t != AV_NOPTS_VALUE && t >= 0)
-                last_pts = static_cast<uint64_t>(av_rescale_q(t, st->time_base, AVRational{1, 1000000000}));
+                last_pts = static_cast<uint64_t>(
+                    av_rescale_q(t, st->time_base, AVRational{1, 1000000000}));
             if ((pkt->flags & AV_PKT_FLAG_CORRUPT) != 0) ++corrupt;
             const int r = ves_split_push(splitter, pkt->data, pkt->size, last_pts);
             av_packet_unref(pkt);
@@ -546,8 +554,8 @@ int run_split(int argc, char** argv) {
         (opt.pts_csv != nullptr && !check_readable(opt.pts_csv, "pts file")) ||
         (opt.codec_data != nullptr && !check_readable(opt.codec_data, "codec data")))
         return kExitUsage;
-    if (int status = kExitOk; opt.pts_csv == nullptr && opt.codec_data == nullptr &&
-                              split_container(opt, status))
+    if (int status = kExitOk;
+        opt.pts_csv == nullptr && opt.codec_data == nullptr && split_container(opt, status))
         return status;
     if (opt.codec < 0) {
         report_error(std::string("split: '") + opt.input +

@@ -31,7 +31,7 @@ struct AvcHrd {
     uint32_t bit_rate_scale = 0;
     uint32_t cpb_size_scale = 0;
     std::vector<std::array<uint32_t, 2>> values = one_sched_sel();  // *_value_minus1
-    std::array<uint32_t, 4> lengths{23, 23, 23, 24};             // three minus1 + time_offset_length
+    std::array<uint32_t, 4> lengths{23, 23, 23, 24};  // three minus1 + time_offset_length
 };
 
 struct AvcSpsSpec {
@@ -42,8 +42,8 @@ struct AvcSpsSpec {
     uint64_t id = 0;
     uint32_t chroma = 1;
     bool frame_mbs_only = true;
-    uint32_t width_mbs = 120;  // 1920
-    uint32_t height_units = 68;  // 1088 in frames
+    uint32_t width_mbs = 120;                     // 1920
+    uint32_t height_units = 68;                   // 1088 in frames
     std::optional<std::array<uint32_t, 4>> crop;  // left, right, top, bottom
     bool vui = false;
     int aspect_idc = -1;
@@ -96,7 +96,8 @@ std::vector<uint8_t> avc_sps(const AvcSpsSpec& s) {
         if (s.nal_hrd || s.vcl_hrd) w.u(1, 0);  // low_delay_hrd_flag
         w.u(1, s.pic_struct);
         w.u(1, s.reorder >= 0);
-        if (s.reorder >= 0) w.u(1, 1).ue(2).ue(1).ue(16).ue(16).ue(static_cast<uint32_t>(s.reorder)).ue(4);
+        if (s.reorder >= 0)
+            w.u(1, 1).ue(2).ue(1).ue(16).ue(16).ue(static_cast<uint32_t>(s.reorder)).ue(4);
     }
     return make_nal({s.header}, w.trailing().bytes());
 }
@@ -117,7 +118,8 @@ std::vector<uint8_t> bp_payload(uint64_t sps_id, uint32_t count = 1, uint32_t le
     return w.align_zero().bytes();
 }
 
-std::vector<uint8_t> pt_payload(uint32_t cpb, uint32_t dpb, int pic_struct = -1, uint32_t len = 24) {
+std::vector<uint8_t> pt_payload(uint32_t cpb, uint32_t dpb, int pic_struct = -1,
+                                uint32_t len = 24) {
     BitWriter w;
     w.u(len, cpb).u(len, dpb);
     if (pic_struct >= 0) w.u(4, static_cast<uint32_t>(pic_struct)).u(3, 0);  // no clock timestamps
@@ -133,7 +135,9 @@ protected:
     }
     void TearDown() override { parser_->parser_destroy(parser_); }
 
-    int32_t sps(std::vector<uint8_t> nal) { return parser_->parse_sps(nal.data(), nal_size(nal), 4, parser_); }
+    int32_t sps(std::vector<uint8_t> nal) {
+        return parser_->parse_sps(nal.data(), nal_size(nal), 4, parser_);
+    }
     int32_t sei(std::vector<uint8_t> nal) {
         return parser_->parse_sei_messages(nal.data(), nal_size(nal), 4, parser_);
     }
@@ -192,7 +196,7 @@ TEST_F(AvcParser, SpsIdOutOfRangeAndSubsetSps) {
     EXPECT_EQ(sps(avc_sps(s)), 0);  // slot 0 undefined: taken as id 0
     EXPECT_EQ(dec().sps[0].isDefined, 1);
     EXPECT_EQ(sps(avc_sps(s)), 1);  // now slot 0 is defined: rejected
-    s.header = 0x6F;  // type 15
+    s.header = 0x6F;                // type 15
     s.profile = 128;
     s.id = 5;
     ASSERT_EQ(sps(avc_sps(s)), 0);
@@ -223,7 +227,8 @@ TEST_F(AvcParser, AspectRatioAndZeroTimeScale) {
     s.vui = true;
     s.sar_w = 64;
     s.sar_h = 45;
-    for (const auto& [idc, w, h] : {std::array<int, 3>{14, 4, 3}, {255, 64, 45}, {20, 0, 0}, {1, 1, 1}}) {
+    for (const auto& [idc, w, h] :
+         {std::array<int, 3>{14, 4, 3}, {255, 64, 45}, {20, 0, 0}, {1, 1, 1}}) {
         s.aspect_idc = idc;
         ASSERT_EQ(sps(avc_sps(s)), 0);
         EXPECT_EQ(dec().sps[0].sar_width, w) << idc;
@@ -318,7 +323,8 @@ TEST_F(AvcParser, PayloadLimitAndShortUnits) {
 
     uint8_t header_only[] = {0, 0, 0, 1, 0x67};
     const int32_t sizes[] = {5, 4, 0, -1};
-    for (int32_t size : sizes) EXPECT_EQ(parser_->parse_sps(header_only, size, 4, parser_), 1) << size;
+    for (int32_t size : sizes)
+        EXPECT_EQ(parser_->parse_sps(header_only, size, 4, parser_), 1) << size;
     EXPECT_EQ(parser_->parse_sps(nullptr, 10, 4, parser_), 1);
     EXPECT_EQ(parser_->parse_sps(header_only, 5, -1, parser_), 1);
 }
@@ -367,7 +373,8 @@ TEST_F(AvcParser, BufferingPeriodAndPictureTimingInOneUnit) {
     EXPECT_EQ(parser_->bp_num, 2);
     EXPECT_EQ(parser_->sei_timing_num_sub, 0);
     EXPECT_NE(log.text().find("avc_parse_sei_messages:"), std::string::npos);
-    EXPECT_NE(log.text().find(" WARNING: buffering period is not first SEI\n\n"), std::string::npos);
+    EXPECT_NE(log.text().find(" WARNING: buffering period is not first SEI\n\n"),
+              std::string::npos);
 }
 
 TEST_F(AvcParser, RemovalTimeChain) {
@@ -389,8 +396,8 @@ TEST_F(AvcParser, TrailingBitsAndMessageBounds) {
     ASSERT_EQ(sps(avc_sps(timing_sps())), 0);
     vestest::EdrCapture log(1);
     auto unit = [](std::vector<uint8_t> rbsp) { return make_nal({0x06}, rbsp); };
-    EXPECT_EQ(sei(unit({0x80})), 0);                  // trailing bits only
-    EXPECT_EQ(sei(unit({0x80, 0x80})), -1);           // two bytes, no message
+    EXPECT_EQ(sei(unit({0x80})), 0);                     // trailing bits only
+    EXPECT_EQ(sei(unit({0x80, 0x80})), -1);              // two bytes, no message
     EXPECT_EQ(sei(unit({0x05, 0x10, 0x00, 0x80})), -1);  // size runs past the end
     EXPECT_EQ(sei(unit({0x05, 0x01, 0x00, 0x81})), -1);  // not a single 0x80 after it
     auto padded = sei_nal({bp_payload(0)}, {0});
@@ -410,8 +417,8 @@ TEST_F(AvcParser, TrailingBitsAndMessageBounds) {
 TEST_F(AvcParser, PicStructDividesTheTimeScale) {
     ASSERT_EQ(sps(avc_sps(timing_sps(true))), 0);
     ASSERT_EQ(sei(sei_nal({bp_payload(0)}, {0})), 0);
-    const std::pair<int, int32_t> rows[] = {{7, 15000}, {0, 30000}, {1, 60000}, {5, 20000},
-                                            {8, 10000}, {9, 60000}};
+    const std::pair<int, int32_t> rows[] = {{7, 15000}, {0, 30000}, {1, 60000},
+                                            {5, 20000}, {8, 10000}, {9, 60000}};
     for (const auto& [pic_struct, scale] : rows) {
         ASSERT_EQ(sei(sei_nal({pt_payload(2, 4, pic_struct)}, {1})), 0);
         EXPECT_EQ(dec().pic_struct, pic_struct);

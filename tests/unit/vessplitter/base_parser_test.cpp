@@ -21,8 +21,13 @@ TEST(ExpGolomb, CodesFromTheStandard) {
         std::string bits;
         uint32_t value;
     };
-    const Row rows[] = {{"1", 0}, {"010", 1}, {"011", 2}, {"00100", 3}, {"0001000", 7},
-                        {z11 + "1" + z11, 2047}, {z15 + "1" + z15, 32767}};  // across bytes
+    const Row rows[] = {{"1", 0},
+                        {"010", 1},
+                        {"011", 2},
+                        {"00100", 3},
+                        {"0001000", 7},
+                        {z11 + "1" + z11, 2047},
+                        {z15 + "1" + z15, 32767}};  // across bytes
     for (const Row& row : rows) {
         SCOPED_TRACE(row.bits);
         BitWriter w;
@@ -35,9 +40,17 @@ TEST(ExpGolomb, CodesFromTheStandard) {
 }
 
 TEST(ExpGolomb, RoundTripUpTo31LeadingZeros) {
-    const uint64_t values[] = {0, 1, 254, 255, 256, 65535, 1u << 20, (1ull << 31) - 2,
-                               (1ull << 31) - 1, 0xFFFFFFFEull};  // last: 31 zeros, all ones
-    for (int shift = 0; shift < 3; ++shift) {  // start on a bit boundary too
+    const uint64_t values[] = {0,
+                               1,
+                               254,
+                               255,
+                               256,
+                               65535,
+                               1u << 20,
+                               (1ull << 31) - 2,
+                               (1ull << 31) - 1,
+                               0xFFFFFFFEull};  // last: 31 zeros, all ones
+    for (int shift = 0; shift < 3; ++shift) {   // start on a bit boundary too
         BitWriter w;
         w.u(static_cast<uint32_t>(shift), 0);
         for (uint64_t v : values) w.ue(v).u(1, 1);
@@ -107,8 +120,11 @@ TEST(SeiByteRun, TypeAndSizeCoding) {
         uint32_t value;
         uint32_t size;
     };
-    const Row rows[] = {{{0xFF, 0xFF, 0x05}, 515, 3}, {{0x00}, 0, 1}, {{0xFF, 0x00}, 255, 2},
-                        {{0xFE}, 254, 1}, {{0xFF}, 255, 2}};  // last: run cut by the end
+    const Row rows[] = {{{0xFF, 0xFF, 0x05}, 515, 3},
+                        {{0x00}, 0, 1},
+                        {{0xFF, 0x00}, 255, 2},
+                        {{0xFE}, 254, 1},
+                        {{0xFF}, 255, 2}};  // last: run cut by the end
     for (const Row& row : rows) {
         RbspReader r(row.in);
         uint32_t size = 0;
@@ -135,7 +151,8 @@ TEST(ReservedBits, NonZeroIsReportedOnlyAtDebugLevel) {
     read_0_bits(r, 4);
     const std::string text = debug.text();
     EXPECT_EQ(text.rfind("read_0_bits:", 0), 0u);
-    EXPECT_NE(text.find(" DEBUG: field error - 4 bits should be 0 but get a\n\n"), std::string::npos);
+    EXPECT_NE(text.find(" DEBUG: field error - 4 bits should be 0 but get a\n\n"),
+              std::string::npos);
     EXPECT_EQ(text.find("field error", text.find("field error") + 1), std::string::npos);
 }
 

@@ -27,7 +27,9 @@ public:
         while ((code >> n) > 1) ++n;
         return u(n, 0).u(n + 1, code);
     }
-    BitWriter& se(int64_t v) { return ue(v > 0 ? static_cast<uint64_t>(2 * v - 1) : static_cast<uint64_t>(-2 * v)); }
+    BitWriter& se(int64_t v) {
+        return ue(v > 0 ? static_cast<uint64_t>(2 * v - 1) : static_cast<uint64_t>(-2 * v));
+    }
     BitWriter& align_zero() {
         while (fill_ != 0) bit(0);
         return *this;
@@ -67,7 +69,8 @@ inline std::vector<uint8_t> make_nal(std::initializer_list<uint8_t> header,
 }
 
 // One SEI message: type and size in byte-run coding, then the payload.
-inline void sei_message(std::vector<uint8_t>& rbsp, uint32_t type, const std::vector<uint8_t>& payload) {
+inline void sei_message(std::vector<uint8_t>& rbsp, uint32_t type,
+                        const std::vector<uint8_t>& payload) {
     for (; type >= 255; type -= 255) rbsp.push_back(0xFF);
     rbsp.push_back(static_cast<uint8_t>(type));
     size_t size = payload.size();
@@ -122,6 +125,8 @@ private:
     bbio_handle_t io_;
 };
 
-inline int32_t nal_size(const std::vector<uint8_t>& nal) { return static_cast<int32_t>(nal.size()); }
+inline int32_t nal_size(const std::vector<uint8_t>& nal) {
+    return static_cast<int32_t>(nal.size());
+}
 
 }  // namespace vestest

@@ -19,7 +19,7 @@ using vestest::sei_message;
 struct Rps {
     bool inter = false;
     uint32_t sign = 0, abs_minus1 = 0;
-    std::vector<bool> used;                      // inter: used_by_curr_pic_flag per entry
+    std::vector<bool> used;                        // inter: used_by_curr_pic_flag per entry
     std::vector<uint32_t> neg_minus1, pos_minus1;  // explicit: delta_poc_s0/s1_minus1
 };
 
@@ -104,7 +104,8 @@ std::vector<uint8_t> hevc_sps(const HevcSpsSpec& s) {
                     w.u(1, 0).u(1, 0).u(1, 0);  // not fixed rate, not low delay
                     w.ue(s.cpb_cnt_minus1);
                     for (int hrds = s.nal_hrd + s.vcl_hrd; hrds > 0; --hrds)
-                        for (uint64_t k = 0; k <= s.cpb_cnt_minus1 && k < 40; ++k) w.ue(1000).ue(2000).u(1, 0);
+                        for (uint64_t k = 0; k <= s.cpb_cnt_minus1 && k < 40; ++k)
+                            w.ue(1000).ue(2000).u(1, 0);
                 }
             }
         }
@@ -130,7 +131,8 @@ std::vector<uint8_t> sei_nal(const std::vector<uint8_t>& payload, uint32_t type)
     return make_nal({0x4E, 0x01}, rbsp);
 }
 
-std::vector<uint8_t> bp(uint64_t sps_id, bool concat = false, bool irap = false, uint32_t delta_minus1 = 0) {
+std::vector<uint8_t> bp(uint64_t sps_id, bool concat = false, bool irap = false,
+                        uint32_t delta_minus1 = 0) {
     BitWriter w;
     w.ue(sps_id).u(1, irap);
     if (irap) w.u(24, 0x123456).u(24, 0x654321);
@@ -175,8 +177,13 @@ TEST_F(HevcParser, ResolutionAndConformanceWindow) {
         Window conf;
         int32_t ret;
     };
-    const Row rows[] = {{8440, 1088, {}, 0}, {8441, 1088, {}, 1}, {8, 8, {}, 0}, {7, 1088, {}, 1},
-                        {1920, 8441, {}, 1}, {1920, 0, {}, 1}, {1920, 1088, Window{{0, 0, 0, 4}}, 0},
+    const Row rows[] = {{8440, 1088, {}, 0},
+                        {8441, 1088, {}, 1},
+                        {8, 8, {}, 0},
+                        {7, 1088, {}, 1},
+                        {1920, 8441, {}, 1},
+                        {1920, 0, {}, 1},
+                        {1920, 1088, Window{{0, 0, 0, 4}}, 0},
                         {1920, 1088, Window{{480, 480, 0, 0}}, 1}};  // nothing left of the width
     vestest::EdrCapture log(0);
     for (const Row& row : rows) {
@@ -196,13 +203,14 @@ TEST_F(HevcParser, ResolutionAndConformanceWindow) {
 
 TEST_F(HevcParser, InterPredictedSetOrdering) {
     HevcSpsSpec s;
-    s.rps = {Rps{false, 0, 0, {}, {0, 0}, {0}},                  // {-1, -2, +1}
+    s.rps = {Rps{false, 0, 0, {}, {0, 0}, {0}},                   // {-1, -2, +1}
              Rps{true, 1, 0, {true, true, true, true}, {}, {}}};  // deltaRps -1
     ASSERT_EQ(sps(s), 0);
     const reference_picture_set_t& r = slot().as_rps_list[1];
     EXPECT_EQ(r.b_inter_rps_prediction, 1);
     ASSERT_EQ(r.i_num_pictures, 4);
-    EXPECT_EQ(std::vector<int32_t>(r.ai_delta_poc, r.ai_delta_poc + 4), (std::vector<int32_t>{-1, -2, -3, 0}));
+    EXPECT_EQ(std::vector<int32_t>(r.ai_delta_poc, r.ai_delta_poc + 4),
+              (std::vector<int32_t>{-1, -2, -3, 0}));
     EXPECT_EQ(r.i_num_negativePictures, 3);
     EXPECT_EQ(r.i_num_positivePictures, 1);
     EXPECT_EQ(r.i_num_ref_idc, 4);
@@ -226,7 +234,9 @@ TEST_F(HevcParser, ShortTermSetLimits) {
         {"64 sets", std::vector<Rps>(64, one), 0},
         {"65 sets", std::vector<Rps>(65, one), 1},
         {"16 pictures", {sixteen}, 0},
-        {"17 pictures", {Rps{false, 0, 0, {}, std::vector<uint32_t>(9, 0), std::vector<uint32_t>(8, 0)}}, 1},
+        {"17 pictures",
+         {Rps{false, 0, 0, {}, std::vector<uint32_t>(9, 0), std::vector<uint32_t>(8, 0)}},
+         1},
         // Derived from a 16-picture set with all 17 entries used.
         {"17 derived", {sixteen, Rps{true, 0, 0, std::vector<bool>(17, true), {}, {}}}, 1},
         {"delta beyond 2^15", {Rps{false, 0, 0, {}, {40000}, {}}}, 1},
@@ -263,9 +273,17 @@ TEST_F(HevcParser, ArrayBoundsRejectTheSps) {
         {"depth 7", with([](HevcSpsSpec& s) { s.log2_diff_cb = 6; }), 1},
         {"7 sub-layers", with([](HevcSpsSpec& s) { s.max_sub_layers_minus1 = 6; }), 0},
         {"8 sub-layers", with([](HevcSpsSpec& s) { s.max_sub_layers_minus1 = 7; }), 1},
-        {"separate colour planes", with([](HevcSpsSpec& s) { s.chroma = 3; s.separate = true; }), 1},
+        {"separate colour planes", with([](HevcSpsSpec& s) {
+             s.chroma = 3;
+             s.separate = true;
+         }),
+         1},
         {"field_seq_flag", with([](HevcSpsSpec& s) { s.field_seq = true; }), 1},
-        {"PTL reserved bits", with([](HevcSpsSpec& s) { s.max_sub_layers_minus1 = 1; s.reserved_ptl = 1; }), 1},
+        {"PTL reserved bits", with([](HevcSpsSpec& s) {
+             s.max_sub_layers_minus1 = 1;
+             s.reserved_ptl = 1;
+         }),
+         1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -304,7 +322,8 @@ TEST_F(HevcParser, DefaultsAndChromaWarning) {
     ASSERT_EQ(sps(s), 0);
     EXPECT_EQ(slot().vui.i_num_units, 1001);
     EXPECT_EQ(slot().vui.i_time_scale, 60000);
-    EXPECT_NE(log.text().find(" WARNING: osprey decoder only fully support 4:2:0\n\n"), std::string::npos);
+    EXPECT_NE(log.text().find(" WARNING: osprey decoder only fully support 4:2:0\n\n"),
+              std::string::npos);
     s = timing_sps();
     s.timing = true;
     s.nal_hrd = false;
@@ -339,7 +358,8 @@ TEST_F(HevcParser, FrameFieldInfoHalvesAndDoubles) {
     ASSERT_EQ(sei(sei_nal(pt(0, 4, 0), 1)), 0);
     EXPECT_EQ(parser_->parser_get_dpb_output_time(parser_, 1), 1001u);  // (4 >> 1) - 1
     EXPECT_EQ(parser_->parser_get_cts_offset_frames(parser_), 8);
-    const std::pair<int, int32_t> rows[] = {{7, 30000}, {12, 60000}, {5, 20000}, {0, 30000}, {14, 60000}};
+    const std::pair<int, int32_t> rows[] = {
+        {7, 30000}, {12, 60000}, {5, 20000}, {0, 30000}, {14, 60000}};
     for (const auto& [pic_struct, scale] : rows) {
         ASSERT_EQ(sei(sei_nal(pt(0, 4, pic_struct), 1)), 0);
         EXPECT_EQ(parser_->parser_get_time_scale(parser_), scale) << pic_struct;
@@ -356,10 +376,10 @@ TEST_F(HevcParser, IrapOffsetsAndConcatenation) {
     EXPECT_EQ(dec().bp.i_cpb_removal_delay_delta, 6);
     EXPECT_EQ(dec().initial_cpb_removal_delay_1st, 9000u);
     // The first picture timing starts the chain at 0 whatever the flag says.
-    ASSERT_EQ(sei(sei_nal(pt(0, 2), 1)), 0);  // t 0
-    ASSERT_EQ(sei(sei_nal(pt(1, 2), 1)), 0);  // t 2
+    ASSERT_EQ(sei(sei_nal(pt(0, 2), 1)), 0);          // t 0
+    ASSERT_EQ(sei(sei_nal(pt(1, 2), 1)), 0);          // t 2
     parser_->parser_get_dpb_output_time(parser_, 1);  // TRAIL_R: anchor 2
-    ASSERT_EQ(sei(sei_nal(pt(2, 2), 1)), 0);  // t 3
+    ASSERT_EQ(sei(sei_nal(pt(2, 2), 1)), 0);          // t 3
     parser_->parser_get_dpb_output_time(parser_, 8);  // RASL_N: anchor stays
     EXPECT_EQ(dec().pic_timing.i64_removal_tm_of_prev_non_discardable_pic, 2);
     ASSERT_EQ(sei(sei_nal(bp(0, true), 0)), 0);
@@ -377,7 +397,8 @@ TEST_F(HevcParser, PictureTimingBeforeBufferingPeriodIsSkipped) {
     vestest::EdrCapture log(0);
     ASSERT_EQ(sei(sei_nal(bp(9), 0)), 0);
     EXPECT_EQ(dec().active_sps, &slot(0));
-    EXPECT_NE(log.text().find(" ERROR: hevc seq_parameter_set_id in SEI BP wrong\n\n"), std::string::npos);
+    EXPECT_NE(log.text().find(" ERROR: hevc seq_parameter_set_id in SEI BP wrong\n\n"),
+              std::string::npos);
 }
 
 TEST_F(HevcParser, ResetAndNullHandles) {

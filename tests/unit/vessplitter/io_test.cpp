@@ -91,8 +91,7 @@ TEST(BufferDevice, SeekSkipAndEndOfData) {
         {-1, 1, 0, 3},   // relative
         {-4, 1, -1, 3},  // below 0
         {-2, 2, 0, 2},   // from the end of data
-        {1, 2, -1, 2},
-        {INT64_MAX, 1, -1, 2},
+        {1, 2, -1, 2},  {INT64_MAX, 1, -1, 2},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.offset);

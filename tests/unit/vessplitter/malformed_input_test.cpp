@@ -50,7 +50,8 @@ std::vector<uint8_t> hevc_seed_sps() {
     w.u(1, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 1).u(1, 0).u(1, 1);
     w.u(32, 1001).u(32, 60000).u(1, 0).u(1, 1).u(1, 1).u(1, 0).u(1, 0).u(4, 0).u(4, 0);
     w.u(5, 23).u(5, 23).u(5, 23);
-    for (int i = 0; i < 2; ++i) w.u(1, 0).u(1, 0).u(1, 0).ue(1).ue(10).ue(20).u(1, 0).ue(11).ue(21).u(1, 0);
+    for (int i = 0; i < 2; ++i)
+        w.u(1, 0).u(1, 0).u(1, 0).ue(1).ue(10).ue(20).u(1, 0).ue(11).ue(21).u(1, 0);
     w.u(1, 0).u(1, 0);
     return make_nal({0x42, 0x01}, w.trailing().bytes());
 }
@@ -102,7 +103,8 @@ void run_corpus(bool hevc, uint32_t rounds) {
         // An exact-size heap copy, so any read past the unit is caught.
         auto* copy = new uint8_t[nal.size()];
         std::copy(nal.begin(), nal.end(), copy);
-        const int32_t ret = (sps ? p->parse_sps : p->parse_sei_messages)(copy, vestest::nal_size(nal), 4, p);
+        const int32_t ret =
+            (sps ? p->parse_sps : p->parse_sei_messages)(copy, vestest::nal_size(nal), 4, p);
         EXPECT_TRUE(ret == 0 || ret == (sps ? 1 : -1));
         delete[] copy;
         (void)p->parser_get_dpb_output_time(p, round % 10);

@@ -12,22 +12,39 @@
 namespace {
 
 using splittest::Bytes;
-using splittest::Delivery;
-using splittest::SplitterHarness;
 using splittest::cat;
+using splittest::Delivery;
 using splittest::sc4;
+using splittest::SplitterHarness;
 
 // AVCDecoderConfigurationRecord with one SPS of 10 bytes and one PPS of 4.
 Bytes avc_record(uint8_t length_size_byte = 0xFF) {
     return {
-        0x01, 0x64, 0x00, 0x28,  // version, profile, compatibility, level
-        length_size_byte,        // reserved | lengthSizeMinusOne
-        0xE1,                    // reserved | numOfSequenceParameterSets 1
-        0x00, 0x0A,              // SPS length 10
-        0x67, 0x64, 0x00, 0x28, 0xAC, 0xD9, 0x40, 0x78, 0x02, 0x27,
-        0x01,                    // numOfPictureParameterSets 1
-        0x00, 0x04,              // PPS length 4
-        0x68, 0xEB, 0xE3, 0xCB,
+        0x01,
+        0x64,
+        0x00,
+        0x28,              // version, profile, compatibility, level
+        length_size_byte,  // reserved | lengthSizeMinusOne
+        0xE1,              // reserved | numOfSequenceParameterSets 1
+        0x00,
+        0x0A,  // SPS length 10
+        0x67,
+        0x64,
+        0x00,
+        0x28,
+        0xAC,
+        0xD9,
+        0x40,
+        0x78,
+        0x02,
+        0x27,
+        0x01,  // numOfPictureParameterSets 1
+        0x00,
+        0x04,  // PPS length 4
+        0x68,
+        0xEB,
+        0xE3,
+        0xCB,
     };
 }
 
@@ -52,9 +69,9 @@ struct RecordRow {
     int codec;
     Bytes record;
     int result;
-    int nal_length_size;      // after the call
-    Bytes block;              // stored units
-    const char* message;      // expected diagnostic, or nullptr
+    int nal_length_size;  // after the call
+    Bytes block;          // stored units
+    const char* message;  // expected diagnostic, or nullptr
 };
 
 TEST(SplitterCodecData, RecordsTable) {
@@ -70,39 +87,83 @@ TEST(SplitterCodecData, RecordsTable) {
          "nal_length_size is 2, num PPS 1"},
         {"avc_len_4", VES_AVC, {1, 0x64, 0, 0x28}, -1, 0, {}, "invalid AVC codec_data, len is 4"},
         // The SPS runs past the end: reported at its first byte, offset 8.
-        {"avc_sps_past_end", VES_AVC, {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x0A, 0x67}, -1, 4, {},
+        {"avc_sps_past_end",
+         VES_AVC,
+         {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x0A, 0x67},
+         -1,
+         4,
+         {},
          "wrong AVC codec data, pos 8, nalUnitLength 10, len 9"},
         // Ends right before numOfSequenceParameterSets.
-        {"avc_len_5", VES_AVC, {1, 0x64, 0, 0x1F, 0xFF}, -1, 4, {},
+        {"avc_len_5",
+         VES_AVC,
+         {1, 0x64, 0, 0x1F, 0xFF},
+         -1,
+         4,
+         {},
          "wrong AVC codec data, pos 5, nalUnitLength 0, len 5"},
         // Ends inside the SPS length field.
-        {"avc_cut_length", VES_AVC, {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00}, -1, 4, {},
+        {"avc_cut_length",
+         VES_AVC,
+         {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00},
+         -1,
+         4,
+         {},
          "wrong AVC codec data, pos 6, nalUnitLength 0, len 7"},
         // No PPS count after the SPS.
-        {"avc_no_pps_count", VES_AVC, {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x01, 0x67}, -1, 4, {},
+        {"avc_no_pps_count",
+         VES_AVC,
+         {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x01, 0x67},
+         -1,
+         4,
+         {},
          "wrong AVC codec data, pos 9, nalUnitLength 0, len 9"},
         {"hevc_len_21", VES_HEVC, Bytes(21, 0), -1, 0, {}, "invalid HEVC codec_data, len is 21"},
-        {"hevc_no_arrays", VES_HEVC, hevc_record({}, 0), 0, 4, {}, "parsed sps_pps_nal_units_size 0"},
+        {"hevc_no_arrays",
+         VES_HEVC,
+         hevc_record({}, 0),
+         0,
+         4,
+         {},
+         "parsed sps_pps_nal_units_size 0"},
         // 22 bytes: numOfArrays missing.
-        {"hevc_no_array_count", VES_HEVC, hevc_head_without_arrays(),
-         -1, 4, {}, "wrong HEVC codec data, pos 22, nalUnitLength 0, len 22"},
+        {"hevc_no_array_count",
+         VES_HEVC,
+         hevc_head_without_arrays(),
+         -1,
+         4,
+         {},
+         "wrong HEVC codec data, pos 22, nalUnitLength 0, len 22"},
         {"hevc_two_units", VES_HEVC,
-         hevc_record(cat({{0x20, 0x00, 0x02}, {0x00, 0x03}, hevc_vps, {0x00, 0x01, 0xAA}}), 1), 0, 4,
-         cat({{0, 0, 0, 3}, hevc_vps, {0, 0, 0, 1, 0xAA}}), "SPS/PPS at 33, size 1, sps_pps_nal_units_size 7"},
-        {"hevc_unit_past_end", VES_HEVC, hevc_record({0x20, 0x00, 0x01, 0x00, 0x05, 0x40}, 1), -1, 4, {},
+         hevc_record(cat({{0x20, 0x00, 0x02}, {0x00, 0x03}, hevc_vps, {0x00, 0x01, 0xAA}}), 1), 0,
+         4, cat({{0, 0, 0, 3}, hevc_vps, {0, 0, 0, 1, 0xAA}}),
+         "SPS/PPS at 33, size 1, sps_pps_nal_units_size 7"},
+        {"hevc_unit_past_end",
+         VES_HEVC,
+         hevc_record({0x20, 0x00, 0x01, 0x00, 0x05, 0x40}, 1),
+         -1,
+         4,
+         {},
          "wrong HEVC codec data, pos 28, nalUnitLength 5, len 29"},
-        {"hevc_cut_array_header", VES_HEVC, hevc_record({0x20, 0x00}, 1), -1, 4, {},
+        {"hevc_cut_array_header",
+         VES_HEVC,
+         hevc_record({0x20, 0x00}, 1),
+         -1,
+         4,
+         {},
          "wrong HEVC codec data, pos 23, nalUnitLength 0, len 25"},
     };
     for (const RecordRow& row : rows) {
         SCOPED_TRACE(row.name);
         SplitterHarness h(row.codec);
         Bytes rec = row.record;
-        EXPECT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())), row.result);
+        EXPECT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())),
+                  row.result);
         EXPECT_EQ(h.split()->nal_length_size, row.nal_length_size);
         ASSERT_EQ(h.split()->sps_pps_nal_units_size, static_cast<int>(row.block.size()));
         if (!row.block.empty()) {
-            EXPECT_EQ(Bytes(h.split()->sps_pps_nal_units, h.split()->sps_pps_nal_units + row.block.size()),
+            EXPECT_EQ(Bytes(h.split()->sps_pps_nal_units,
+                            h.split()->sps_pps_nal_units + row.block.size()),
                       row.block);
         }
         EXPECT_TRUE(h.logged(row.message)) << h.log();
@@ -155,7 +216,8 @@ TEST(SplitterLayers, SwitchesSetSingleTrack) {
         int enable;
         int single_track;
     } steps[] = {
-        {VES_EL, 0, 1}, {VES_EL, 1, 0}, {VES_BL, 0, 1}, {VES_MD, 0, 1}, {VES_BL, 1, 0}, {VES_MD, 1, 0},
+        {VES_EL, 0, 1}, {VES_EL, 1, 0}, {VES_BL, 0, 1},
+        {VES_MD, 0, 1}, {VES_BL, 1, 0}, {VES_MD, 1, 0},
     };
     for (const auto& s : steps) {
         EXPECT_EQ(ves_split_enable_layer(h.handle(), s.type, s.enable), 0);
@@ -174,7 +236,8 @@ TEST(SplitterLayers, SwitchedOffLayerIsStillDumped) {
     const std::string in_path = dir + "/split_dump_in.bin";
     const std::string el_path = dir + "/split_dump_el.bin";
     splittest::clear_splitter_env();
-    Bytes stream = cat({sc4({0x09, 0xF0}), sc4({0x7E, 0x01, 0x41, 0x01}), sc4({0x7C, 0x01, 0x19, 0x55})});
+    Bytes stream =
+        cat({sc4({0x09, 0xF0}), sc4({0x7E, 0x01, 0x41, 0x01}), sc4({0x7C, 0x01, 0x19, 0x55})});
     {
         splittest::Recorder rec;
         setenv("EDR_DUMP_IN", in_path.c_str(), 1);
@@ -197,7 +260,8 @@ TEST(SplitterLayers, SwitchedOffLayerIsStillDumped) {
         EXPECT_EQ(rec.got[1].type, VES_BL);
     }
     const Bytes el = sc4({0x41, 0x01});
-    const Bytes original = cat({sc4({0x09, 0xF0}), sc4({0x7E, 0x01, 0x41, 0x01}), sc4({0x7C, 0x01, 0x19, 0x55})});
+    const Bytes original =
+        cat({sc4({0x09, 0xF0}), sc4({0x7E, 0x01, 0x41, 0x01}), sc4({0x7C, 0x01, 0x19, 0x55})});
     EXPECT_EQ(read_file(in_path), std::string(original.begin(), original.end()));  // as pushed
     EXPECT_EQ(read_file(el_path), std::string(el.begin(), el.end()));
     std::remove(in_path.c_str());

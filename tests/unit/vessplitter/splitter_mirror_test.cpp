@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <climits>
+#include <cstring>
 #include <numeric>
 #include <vector>
 
@@ -45,7 +45,8 @@ TEST(SplitterMirror, OnePageRingWrapsThroughTheSecondView) {
     ASSERT_EQ(run, base + first);
     EXPECT_EQ(0, std::memcmp(run, b.data(), b.size()));
     // The wrapped tail really sits at the ring's beginning.
-    EXPECT_EQ(0, std::memcmp(base, b.data() + (size - first), static_cast<size_t>(first + second - size)));
+    EXPECT_EQ(0, std::memcmp(base, b.data() + (size - first),
+                             static_cast<size_t>(first + second - size)));
     EXPECT_EQ(mb.pos, static_cast<uint64_t>(first));
     mirror_buffer_free(&mb);
 }
@@ -75,7 +76,8 @@ TEST(SplitterMirror, RellocKeepsContentAndPosition) {
     mirror_buffer_flush(&mb, size - 200);
     Bytes b = pattern(500, 50);  // wraps
     mirror_buffer_append(&mb, b.data(), 500);
-    Bytes held(static_cast<uint8_t*>(mb.start) + mb.read, static_cast<uint8_t*>(mb.start) + mb.read + mb.len);
+    Bytes held(static_cast<uint8_t*>(mb.start) + mb.read,
+               static_cast<uint8_t*>(mb.start) + mb.read + mb.len);
     const uint64_t pos = mb.pos;
 
     // Same capacity after rounding: returns at once, nothing moves.
@@ -116,8 +118,8 @@ TEST(SplitterMirror, ImpossibleSizesFailWithTheMappingMessage) {
         int size;
         const char* text;
     } rows[] = {
-        {0, "mmap 0 bytes failed 22"},       // nothing to map
-        {INT_MAX, "bytes failed 22"},        // two views beyond int offsets
+        {0, "mmap 0 bytes failed 22"},  // nothing to map
+        {INT_MAX, "bytes failed 22"},   // two views beyond int offsets
     };
     for (const auto& row : rows) {
         mirror_buffer mb{};

@@ -21,12 +21,12 @@ extern "C" void* __wrap_realloc(void* mem, size_t size) {
 namespace {
 
 using splittest::Bytes;
-using splittest::Delivery;
-using splittest::SplitterHarness;
 using splittest::cat;
+using splittest::Delivery;
 using splittest::len4;
 using splittest::sc3;
 using splittest::sc4;
+using splittest::SplitterHarness;
 
 const Bytes kAud = {0x09, 0xF0};          // AVC access unit delimiter
 const Bytes kSlice = {0x41, 0x9A, 0x02};  // AVC non-IDR slice
@@ -80,7 +80,8 @@ TEST(SplitterPush, TransportStreamGathersFromDelimiterToDelimiter) {
     EXPECT_EQ(h.split()->buf.len, 7);
     EXPECT_EQ(h.split()->buf.pos, 6u);
     ASSERT_EQ(h.push(cat({sc4({0x06, 0x05}), sc4(kAud), sc4(kSlice)}), 2000), 0);
-    const std::vector<Delivery> first = {{VES_BL, cat({sc4(kAud), sc4(kSlice), sc4({0x06, 0x05})}), 1000}};
+    const std::vector<Delivery> first = {
+        {VES_BL, cat({sc4(kAud), sc4(kSlice), sc4({0x06, 0x05})}), 1000}};
     EXPECT_EQ(h.rec.got, first);
     ASSERT_EQ(h.finish(3000), 0);
     ASSERT_EQ(h.rec.got.size(), 2u);
@@ -97,9 +98,9 @@ TEST(SplitterPush, StartCodesSplitAcrossPushes) {
         size_t cut;
         uint64_t aud_pts;
     } rows[] = {
-        {"inside_start_code", 8, 1},   // 00 00 | 01: 3-byte start code at 6
-        {"after_first_zero", 7, 1},    // 00 | 00 01
-        {"at_start_code", 6, 2},       // AUD ends at the boundary: not in the held bytes
+        {"inside_start_code", 8, 1},  // 00 00 | 01: 3-byte start code at 6
+        {"after_first_zero", 7, 1},   // 00 | 00 01
+        {"at_start_code", 6, 2},      // AUD ends at the boundary: not in the held bytes
         {"one_byte_pieces", 1, 1},
     };
     for (const auto& row : rows) {
@@ -110,8 +111,14 @@ TEST(SplitterPush, StartCodesSplitAcrossPushes) {
             for (size_t i = 0; i < 8; ++i) ASSERT_EQ(h.push({stream[i]}, 1), 0);
             ASSERT_EQ(h.push(Bytes(stream.begin() + 8, stream.end()), 2), 0);
         } else {
-            ASSERT_EQ(h.push(Bytes(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(row.cut)), 1), 0);
-            ASSERT_EQ(h.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(row.cut), stream.end()), 2), 0);
+            ASSERT_EQ(
+                h.push(Bytes(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(row.cut)),
+                       1),
+                0);
+            ASSERT_EQ(
+                h.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(row.cut), stream.end()),
+                       2),
+                0);
         }
         ASSERT_EQ(h.finish(3), 0);
         const std::vector<Delivery> want = {
@@ -136,7 +143,8 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
     for (int trial = 0; trial < 20; ++trial) {
         Bytes stream;
         for (int u = 0; u < 40; ++u) {
-            const Bytes heads[] = {{0x09, 0xF0}, {0x41}, {0x7E, 0x01, 0x41}, {0x7E, 0x01, 0x09}, {0x7C, 0x01, 0x19}};
+            const Bytes heads[] = {
+                {0x09, 0xF0}, {0x41}, {0x7E, 0x01, 0x41}, {0x7E, 0x01, 0x09}, {0x7C, 0x01, 0x19}};
             Bytes nal = heads[next(5)];
             // Zeros and 01s often, so start-code candidates are dense.
             for (uint32_t i = next(60); i > 0; --i) {
@@ -153,7 +161,8 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
         for (size_t at = 0; at < stream.size();) {
             const size_t n = std::min<size_t>(1 + next(300), stream.size() - at);
             ASSERT_EQ(pieces.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(at),
-                                        stream.begin() + static_cast<std::ptrdiff_t>(at + n)), 1),
+                                        stream.begin() + static_cast<std::ptrdiff_t>(at + n)),
+                                  1),
                       0);
             at += n;
         }
@@ -192,7 +201,10 @@ TEST(SplitterPush, LargeUnitInSmallPushesIsScannedOnce) {
     const Bytes stream = cat({big, sc4(kSlice)});
     for (size_t at = 0; at < stream.size(); at += 188) {
         const size_t n = std::min<size_t>(188, stream.size() - at);
-        ASSERT_EQ(h.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(at), stream.begin() + static_cast<std::ptrdiff_t>(at + n)), at), 0);
+        ASSERT_EQ(h.push(Bytes(stream.begin() + static_cast<std::ptrdiff_t>(at),
+                               stream.begin() + static_cast<std::ptrdiff_t>(at + n)),
+                         at),
+                  0);
         // The resume point never lags behind the held bytes by more than 2.
         if (h.split()->scan_pending) {
             EXPECT_GE(h.split()->scan_search, h.split()->buf.len - 2);
@@ -231,11 +243,13 @@ TEST(SplitterPush, LengthPrefixSizesOneToFour) {
     for (int size_byte : {0xFC, 0xFD, 0xFE}) {
         SplitterHarness h;
         Bytes rec = {1, 0x64, 0, 0x28, static_cast<uint8_t>(size_byte), 0xE0, 0x00};
-        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())), 0);
+        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())),
+                  0);
         const int n = (size_byte & 3) + 1;
         Bytes input;
         for (const Bytes& nal : {kAud, Bytes{0x7C, 0x01, 0x19, 0x77}}) {
-            for (int i = n - 1; i >= 0; --i) input.push_back(static_cast<uint8_t>(nal.size() >> (8 * i)));
+            for (int i = n - 1; i >= 0; --i)
+                input.push_back(static_cast<uint8_t>(nal.size() >> (8 * i)));
             input.insert(input.end(), nal.begin(), nal.end());
         }
         ASSERT_EQ(h.push_exact(input, 1), 0);
@@ -271,7 +285,8 @@ TEST(SplitterPush, ShortAndOversizedUnitsStayInBounds) {
         SCOPED_TRACE(row.name);
         SplitterHarness h;
         Bytes rec = {1, 0x64, 0, 0x28, 0xFF, 0xE0, 0x00};
-        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())), 0);
+        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())),
+                  0);
         ASSERT_EQ(h.push_exact(row.input, 1), 0);
         ASSERT_EQ(h.finish(1), 0);
         EXPECT_EQ(h.rec.got, row.want);
@@ -354,7 +369,7 @@ TEST(SplitterPush, CallbackErrorStopsThePushUntilFlush) {
     const Bytes stream = cat({sc4(kSlice), sc4(kIdr), sc3({0x7C, 0x01, 0x19, 0x01}), sc4(kSlice)});
     EXPECT_EQ(h.push(stream, 1), 7);
     EXPECT_TRUE(h.logged("error 7 return from the output callback"));
-    EXPECT_EQ(h.rec.calls, 1);  // the metadata behind the failure was not reached
+    EXPECT_EQ(h.rec.calls, 1);                    // the metadata behind the failure was not reached
     EXPECT_EQ(h.split()->layers[VES_BL].len, 7);  // gathered bytes kept
     EXPECT_EQ(h.split()->buf.len, static_cast<int>(stream.size()));  // nothing consumed
     // Held bytes were partly rewritten: refused until flushed.
@@ -388,7 +403,8 @@ TEST(SplitterPush, CallbackErrorsInMetadataAndFinalDelivery) {
         // A failure while the parameter sets go out is returned as is.
         SplitterHarness h;
         Bytes rec = {1, 0x64, 0, 0x28, 0xFF, 0xE1, 0x00, 0x02, 0x67, 0x64, 0x01, 0x00, 0x01, 0x68};
-        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())), 0);
+        ASSERT_EQ(ves_split_set_codec_data(h.handle(), rec.data(), static_cast<int>(rec.size())),
+                  0);
         h.rec.fail_at = 1;
         h.rec.fail_result = 9;
         EXPECT_EQ(h.push_exact(len4(kSlice), 1), 9);
@@ -436,7 +452,8 @@ TEST(SplitterPush, MessagesAtTheirLevels) {
         SplitterHarness h(VES_AVC, 0, row.level);
         ASSERT_EQ(h.push(stream, 5), 0);
         ASSERT_EQ(h.finish(6), 0);
-        EXPECT_EQ(h.logged(row.text), row.present) << row.level << " " << row.text << "\n" << h.log();
+        EXPECT_EQ(h.logged(row.text), row.present) << row.level << " " << row.text << "\n"
+                                                   << h.log();
     }
 }
 

@@ -91,7 +91,8 @@ public:
     int push(Bytes data, uint64_t pts) {
         pushed_.push_back(std::move(data));
         Bytes& b = pushed_.back();
-        return ves_split_push(handle_, b.empty() ? nullptr : b.data(), static_cast<int>(b.size()), pts);
+        return ves_split_push(handle_, b.empty() ? nullptr : b.data(), static_cast<int>(b.size()),
+                              pts);
     }
     // Pushes in a heap block of exactly the data's size, so that a read past
     // it is caught by the address sanitizer; returns the block's content

@@ -11,10 +11,10 @@
 namespace {
 
 using splittest::Bytes;
-using splittest::Delivery;
-using splittest::SplitterHarness;
 using splittest::cat;
+using splittest::Delivery;
 using splittest::sc4;
+using splittest::SplitterHarness;
 
 struct StubParser {
     parser_t base;
@@ -32,7 +32,9 @@ StubParser* stub(parser_handle_t p) { return reinterpret_cast<StubParser*>(p); }
 StubParser make_stub() {
     StubParser s{};
     parser_t& b = s.base;
-    b.parse_sps = [](uint8_t*, int32_t, int32_t, parser_handle_t p) { return ++stub(p)->sps_calls, 0; };
+    b.parse_sps = [](uint8_t*, int32_t, int32_t, parser_handle_t p) {
+        return ++stub(p)->sps_calls, 0;
+    };
     b.parse_sei_messages = [](uint8_t*, int32_t, int32_t, parser_handle_t p) {
         return ++stub(p)->sei_calls, 0;
     };
@@ -103,11 +105,13 @@ TEST(SplitterTiming, WorkedExampleInTransportStreams) {
     EXPECT_EQ(el_time_scale, 60000u);
     EXPECT_EQ(h.split()->layers[VES_EL].idr_dts, 966633334);
     EXPECT_TRUE(h.logged("BL IDR pts 1000000000"));
-    EXPECT_TRUE(h.logged("aligned IDR derived_pts 1000000000, abs_idr_pts 5000, dec_delay 2002, "
-                         "el_time_scale 60000, idr_dts 966633334"))
+    EXPECT_TRUE(
+        h.logged("aligned IDR derived_pts 1000000000, abs_idr_pts 5000, dec_delay 2002, "
+                 "el_time_scale 60000, idr_dts 966633334"))
         << h.log();
-    EXPECT_TRUE(h.logged("non IDR derived_pts 1016683334, dpd 6001, abs_idr_pts 5000, dec_delay 2002, "
-                         "el_time_scale 60000, idr_dts 966633334"));
+    EXPECT_TRUE(
+        h.logged("non IDR derived_pts 1016683334, dpd 6001, abs_idr_pts 5000, dec_delay 2002, "
+                 "el_time_scale 60000, idr_dts 966633334"));
 }
 
 // Without access-unit delimiters every unit ends the one before it, and the
@@ -117,7 +121,8 @@ TEST(SplitterTiming, DerivedTimeGoesWithThePreviousUnitWithoutDelimiters) {
     StubbedEl stub_el(h.split());
     stub_el.s.dpd = {5000, 6001};
     const Bytes el_sps = {0x67, 0x02};
-    ASSERT_EQ(h.push(cat({sc4({0x67, 0x01}), sc4(kIdr), el(el_sps), el(kIdr), el(kSlice)}), kSecond), 0);
+    ASSERT_EQ(
+        h.push(cat({sc4({0x67, 0x01}), sc4(kIdr), el(el_sps), el(kIdr), el(kSlice)}), kSecond), 0);
     ASSERT_EQ(h.finish(2 * kSecond), 0);
     const std::vector<Delivery> want_el = {
         {VES_EL, sc4(el_sps), 1000000000},
@@ -130,10 +135,10 @@ TEST(SplitterTiming, DerivedTimeGoesWithThePreviousUnitWithoutDelimiters) {
 
 struct StepRow {
     const char* name;
-    int32_t clock;             // parser time scale at the IDRs
-    uint32_t clock_before;     // el_time_scale before the IDR
-    std::vector<uint64_t> dpd; // aligned IDR, then the timed unit
-    int second_type;           // NAL type of the timed unit
+    int32_t clock;              // parser time scale at the IDRs
+    uint32_t clock_before;      // el_time_scale before the IDR
+    std::vector<uint64_t> dpd;  // aligned IDR, then the timed unit
+    int second_type;            // NAL type of the timed unit
     uint64_t derived;
     uint32_t clock_after;
     const char* message;
@@ -143,19 +148,51 @@ struct StepRow {
 // then one more unit timed from that anchor.
 TEST(SplitterTiming, StepsTable) {
     const StepRow rows[] = {
-        {"next_frame", 60000, 90000, {5000, 6001}, 1, 1016683334, 60000, "non IDR derived_pts 1016683334"},
+        {"next_frame",
+         60000,
+         90000,
+         {5000, 6001},
+         1,
+         1016683334,
+         60000,
+         "non IDR derived_pts 1016683334"},
         // A second EL IDR with no BL IDR in between: timed from the old anchor.
-        {"unaligned_idr", 60000, 90000, {5000, 7002}, 5, 1033366667, 60000,
+        {"unaligned_idr",
+         60000,
+         90000,
+         {5000, 7002},
+         5,
+         1033366667,
+         60000,
          "unaligned IDR derived_pts 1033366667, dpd 7002, abs_idr_pts 5000"},
         // Clocks equal: tick counts unscaled (2002 + 1001 ticks of 1 ns).
-        {"equal_clocks", 1000000000, 90000, {5000, 6001}, 1, kSecond - 2002 + 3003, 1000000000,
-         "aligned IDR derived_pts 1000000000, abs_idr_pts 5000, dec_delay 2002, el_time_scale 1000000000, "
+        {"equal_clocks",
+         1000000000,
+         90000,
+         {5000, 6001},
+         1,
+         kSecond - 2002 + 3003,
+         1000000000,
+         "aligned IDR derived_pts 1000000000, abs_idr_pts 5000, dec_delay 2002, el_time_scale "
+         "1000000000, "
          "idr_dts 999997998"},
         // Output 1998 ticks before the anchor's decoding time: an earlier time.
-        {"before_anchor", 60000, 90000, {5000, 1000}, 1, 966633334 - 33300000, 60000,
+        {"before_anchor",
+         60000,
+         90000,
+         {5000, 1000},
+         1,
+         966633334 - 33300000,
+         60000,
          "non IDR derived_pts 933333334"},
         // A parser without a clock leaves the previous one in use.
-        {"clock_zero", 0, 90000, {5000, 6001}, 1, 977755556 + 33366666, 90000,
+        {"clock_zero",
+         0,
+         90000,
+         {5000, 6001},
+         1,
+         977755556 + 33366666,
+         90000,
          "el_time_scale 90000, idr_dts 977755556"},
     };
     for (const StepRow& row : rows) {
@@ -200,7 +237,8 @@ TEST(SplitterTiming, SeiNeedsAnSpsFirstAndSingleTrackSkipsTiming) {
     {
         SplitterHarness h(VES_AVC, 0, 0);
         StubbedEl stub_el(h.split());
-        ASSERT_EQ(h.push(cat({el({0x06, 0x01}), el({0x67, 0x01}), el({0x06, 0x01}), el(kAud)}), 1), 0);
+        ASSERT_EQ(h.push(cat({el({0x06, 0x01}), el({0x67, 0x01}), el({0x06, 0x01}), el(kAud)}), 1),
+                  0);
         EXPECT_EQ(stub_el.s.sei_calls, 1);
         EXPECT_EQ(stub_el.s.sps_calls, 1);
         EXPECT_TRUE(h.logged("SPS is not valid while SEI is coming"));

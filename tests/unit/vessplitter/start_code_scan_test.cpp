@@ -2,18 +2,20 @@
 // buffers rich in 00 and 01 bytes, at every alignment and span end, so 00 01
 // pairs and start codes fall at every lane position and across 16- and
 // 128-byte blocks; the dense buffers overfill the start-code list.
+#include "start_code_scan.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 #include <vector>
 
-#include "start_code_scan.h"
-
 namespace {
 
 // A 01 after a 00; at `from` == 0, a 01 first byte too.
-bool pair_at(const std::vector<uint8_t>& b, int i) { return b[i] == 1 && (i == 0 || b[i - 1] == 0); }
+bool pair_at(const std::vector<uint8_t>& b, int i) {
+    return b[i] == 1 && (i == 0 || b[i - 1] == 0);
+}
 
 int first_pair(const std::vector<uint8_t>& b, int from, int len) {
     for (int i = from; i < len; ++i)
@@ -49,7 +51,8 @@ TEST(StartCodeScan, EveryKernelMatchesTheByteLoop) {
                 const std::vector<uint8_t> src(buf.begin() + at, buf.end());
                 for (int len = 0; len <= 300; len += len < 140 ? 1 : 7) {
                     for (int from = 1; from <= len; from += 1 + len / 8)
-                        ASSERT_EQ(kernels[k]->find_pair(src.data(), from, len), first_pair(src, from, len))
+                        ASSERT_EQ(kernels[k]->find_pair(src.data(), from, len),
+                                  first_pair(src, from, len))
                             << "at " << at << " len " << len << " from " << from;
                     std::vector<uint8_t> dst(len + 1, 0xEE);
                     StartList list;
@@ -57,10 +60,12 @@ TEST(StartCodeScan, EveryKernelMatchesTheByteLoop) {
                     ASSERT_TRUE(std::equal(src.begin(), src.begin() + len, dst.begin()));
                     ASSERT_EQ(dst[len], 0xEE);
                     const std::vector<int> want = start_codes(src, len);
-                    const int listed = std::min<int>(static_cast<int>(want.size()), StartList::kMax);
+                    const int listed =
+                        std::min<int>(static_cast<int>(want.size()), StartList::kMax);
                     ASSERT_EQ(list.n, listed) << "at " << at << " len " << len;
                     ASSERT_TRUE(std::equal(want.begin(), want.begin() + listed, list.at));
-                    ASSERT_EQ(list.complete, listed < static_cast<int>(want.size()) ? want[listed] : len);
+                    ASSERT_EQ(list.complete,
+                              listed < static_cast<int>(want.size()) ? want[listed] : len);
                 }
             }
         }
