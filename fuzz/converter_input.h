@@ -1,39 +1,18 @@
 // The converter target's input layout, shared with the allocation-failure
 // sweep that replays the target's seeds: a byte reader, the per-codec
-// parameter record read from it, and the constructor by type (VP9 through
-// its own). See converter_fuzz.cpp for the whole layout.
+// parameter record read from it (the reader is fuzz_reader.h's), and the constructor by type (VP9
+// through its own). See converter_fuzz.cpp for the whole layout.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
+#include "fuzz_reader.h"
 #include "zarn_codec_util.h"
 #include "zarn_codec_util_priv.h"
 
 namespace fuzzinput {
-
-class Reader {
-public:
-    Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
-    bool empty() const { return p_ == end_; }
-    uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
-    uint16_t u16() {
-        const uint8_t lo = u8();  // sequenced: little-endian whatever the compiler
-        return static_cast<uint16_t>(lo | (u8() << 8));
-    }
-    // Up to `n` bytes (fewer at the end of the input).
-    std::vector<uint8_t> bytes(size_t n) {
-        if (n > static_cast<size_t>(end_ - p_)) n = static_cast<size_t>(end_ - p_);
-        std::vector<uint8_t> v(p_, p_ + n);
-        p_ += n;
-        return v;
-    }
-
-private:
-    const uint8_t* p_;
-    const uint8_t* end_;
-};
 
 inline constexpr uint32_t kFourccs[] = {0x33564D57 /* WMV3 */, 0x31435657 /* WVC1 */,
                                         0x41564D57 /* WMVA */, 0x30385056 /* VP80 */};

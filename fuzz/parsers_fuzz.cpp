@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "exit_guard.h"
+#include "fuzz_reader.h"
 #include "io_base.h"
 #include "registry.h"
 #include "sei_sps_parser.h"
@@ -28,27 +29,7 @@
 
 namespace {
 
-class Reader {
-public:
-    Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
-    bool empty() const { return p_ == end_; }
-    size_t left() const { return static_cast<size_t>(end_ - p_); }
-    uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
-    uint16_t u16() {
-        const uint8_t lo = u8();  // sequenced: little-endian whatever the compiler
-        return static_cast<uint16_t>(lo | (u8() << 8));
-    }
-    std::vector<uint8_t> bytes(size_t n) {
-        if (n > left()) n = left();
-        std::vector<uint8_t> v(p_, p_ + n);
-        p_ += n;
-        return v;
-    }
-
-private:
-    const uint8_t* p_;
-    const uint8_t* end_;
-};
+using fuzzinput::Reader;
 
 void check(bool ok) {
     if (!ok) __builtin_trap();
