@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "codec_util_lock.h"
 #include "zarn_codec_util_priv.h"
 
 extern "C" {
@@ -14,8 +15,8 @@ extern "C" {
 CODEC_UTIL_API ZarnDebugCategory* codec_util_debug = nullptr;
 
 CODEC_UTIL_API void CodecUtil_DebugInit(void) {
-    static std::mutex lock;
-    const std::lock_guard<std::mutex> guard(lock);
+    static codecutil::PlainMutex lock;
+    const std::lock_guard<codecutil::PlainMutex> guard(lock);
     if (codec_util_debug == nullptr)
         codec_util_debug = zarn_debug_category_new(
             "CODECUTIL", ZARN_DEBUG_BG_CYAN | ZARN_DEBUG_FG_WHITE, "utility codec convert");

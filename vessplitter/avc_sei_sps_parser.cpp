@@ -10,6 +10,8 @@
 // outside rbsp_bytes.
 #include "avc_sei_sps_parser.h"
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -90,11 +92,11 @@ void fill_tables() {
 }
 
 // Filled once for the process: parsers are created on any thread and read
-// the tables while others are being created.
-// (A function-local static: its initialisation is serialised.)
+// the tables while others are being created. pthread_once rather than a
+// guarded static, which would tie the library to the C++ runtime.
 void build_tables() {
-    static const bool filled = (fill_tables(), true);
-    (void)filled;
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    (void)pthread_once(&once, fill_tables);
 }
 
 // H.264 7.3.2.1.1.1; the lists are not kept.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "codec_util_lock.h"
 #include "edr_debug.h"
 #include "io_buffer.h"
 #include "parser_common.h"
@@ -27,8 +28,8 @@ VES_API int edr_debug_level = 0;
 VES_API FILE* edr_debug_file = nullptr;
 }
 
-std::mutex& vesparser::edr_debug_mutex() {
-    static std::mutex m;
+codecutil::PlainMutex& vesparser::edr_debug_mutex() {
+    static codecutil::PlainMutex m;
     return m;
 }
 
@@ -183,7 +184,7 @@ VES_API int32_t parser_get_sei_timing_num(parser_handle_t parser) {
 // Emptying and refilling happen under the registry lock as one step, so a
 // parser created on another thread meanwhile never finds the table empty.
 VES_API void parser_env_init(void) {
-    const std::lock_guard<std::recursive_mutex> lock(vesparser::registry_mutex());
+    const std::lock_guard<codecutil::RecursiveMutex> lock(vesparser::registry_mutex());
     reg_bbio_init();
     bbio_buf_reg();
 }

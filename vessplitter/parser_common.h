@@ -9,6 +9,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "codec_util_lock.h"
 #include "io_base.h"
 #include "sei_sps_parser.h"
 
@@ -19,7 +20,7 @@ inline constexpr uint32_t kMaxRbsp = 1024;
 
 // Guards the device and parser registries (registry.cpp); recursive so that
 // a caller can hold it across several registry calls.
-std::recursive_mutex& registry_mutex();
+codecutil::RecursiveMutex& registry_mutex();
 
 // The one exit point for the stream conditions that end the process.
 [[noreturn]] void end_process(int status);

@@ -5,6 +5,7 @@
 
 #include <cassert>
 
+#include "codec_util_lock.h"
 #include "parser_common.h"
 
 namespace {
@@ -14,12 +15,12 @@ int reg_bbio_num = 0;
 reg_parser_t reg_parsers[PARSER_NUM_MAX];
 int reg_parser_num = 0;
 
-using Lock = std::lock_guard<std::recursive_mutex>;
+using Lock = std::lock_guard<codecutil::RecursiveMutex>;
 
 }  // namespace
 
-std::recursive_mutex& vesparser::registry_mutex() {
-    static std::recursive_mutex m;
+codecutil::RecursiveMutex& vesparser::registry_mutex() {
+    static codecutil::RecursiveMutex m;
     return m;
 }
 

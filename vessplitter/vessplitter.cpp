@@ -721,7 +721,7 @@ VES_API void* ves_split_init(int codec_type, pfn_ves_output output, void* param,
     {
         // Under the debug-file lock: no diagnostic line is being written to
         // a file closed here (see sei_sps_parser.h).
-        const std::lock_guard<std::mutex> lock(vesparser::edr_debug_mutex());
+        const std::lock_guard<codecutil::PlainMutex> lock(vesparser::edr_debug_mutex());
         // A debug file this library opened earlier is replaced, not leaked.
         if (s_opened_debug_file != nullptr && edr_debug_file == s_opened_debug_file) {
             std::fclose(s_opened_debug_file);
@@ -881,7 +881,7 @@ VES_API int ves_split_free(void* s) {
         if (p != nullptr) p->parser_destroy(p);
     }
     std::free(split);
-    const std::lock_guard<std::mutex> lock(vesparser::edr_debug_mutex());
+    const std::lock_guard<codecutil::PlainMutex> lock(vesparser::edr_debug_mutex());
     if (edr_debug_file != nullptr && edr_debug_file != stdout) {
         std::fclose(edr_debug_file);
         if (edr_debug_file == s_opened_debug_file) s_opened_debug_file = nullptr;
