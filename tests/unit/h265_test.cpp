@@ -162,7 +162,11 @@ TEST(H265, FailedBlobAllocationLeavesNothingBehind) {
             Bytes c = kConfig;
             CodecUtilH264Param_t p{c.data(), static_cast<zarn_uint32>(c.size())};
             EXPECT_EQ(Zarn_CodecUtil_SetParam(h, &p), fail != 2);
+            EXPECT_EQ(Zarn_CodecUtil_CheckConv(h), fail != 2);  // no blob: no conversion
             (void)Zarn_CodecUtil_SetParam(h, &p);
+            // Codec data taken away switches the converter off.
+            EXPECT_TRUE(Zarn_CodecUtil_SetParam(h, nullptr));
+            EXPECT_FALSE(Zarn_CodecUtil_CheckConv(h));
             Zarn_CodecUtil_Destroy(h);
         }
         EXPECT_EQ(mem.live(), 0);
