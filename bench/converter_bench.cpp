@@ -121,6 +121,17 @@ uint64_t output_bytes(const Media& m) {
     return n;
 }
 
+// Output bytes per second and time per unit, the same for every row.
+void report_per_unit(benchmark::State& state, const Media& m) {
+    const double per_unit =
+        static_cast<double>(output_bytes(m)) / static_cast<double>(m.units.size());
+    state.SetBytesProcessed(
+        static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
+    state.counters["ns_per_unit"] =
+        benchmark::Counter(static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
 void bench_push(benchmark::State& state, Media* m) {
     Ring ring;
     void* h = make_converter(*m);
@@ -134,13 +145,7 @@ void bench_push(benchmark::State& state, Media* m) {
         if (++i == m->units.size()) i = 0;
     }
     Zarn_CodecUtil_Destroy(h);
-    const double per_unit =
-        static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
-    state.SetBytesProcessed(
-        static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
-    state.counters["ns_per_unit"] =
-        benchmark::Counter(static_cast<double>(state.iterations()),
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    report_per_unit(state, *m);
 }
 
 void bench_memcpy(benchmark::State& state, Media* m) {
@@ -152,13 +157,7 @@ void bench_memcpy(benchmark::State& state, Media* m) {
         benchmark::ClobberMemory();
         if (++i == m->units.size()) i = 0;
     }
-    const double per_unit =
-        static_cast<double>(output_bytes(*m)) / static_cast<double>(m->units.size());
-    state.SetBytesProcessed(
-        static_cast<int64_t>(per_unit * static_cast<double>(state.iterations())));
-    state.counters["ns_per_unit"] =
-        benchmark::Counter(static_cast<double>(state.iterations()),
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    report_per_unit(state, *m);
 }
 
 }  // namespace

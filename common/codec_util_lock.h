@@ -9,29 +9,30 @@
 
 namespace codecutil {
 
-class PlainMutex {
+template <bool kRecursive>
+class PthreadMutex {
 public:
-    constexpr PlainMutex() = default;
-    PlainMutex(const PlainMutex&) = delete;
-    PlainMutex& operator=(const PlainMutex&) = delete;
+    constexpr PthreadMutex() = default;
+    PthreadMutex(const PthreadMutex&) = delete;
+    PthreadMutex& operator=(const PthreadMutex&) = delete;
     void lock() { (void)pthread_mutex_lock(&m_); }
     void unlock() { (void)pthread_mutex_unlock(&m_); }
 
 private:
-    pthread_mutex_t m_ = PTHREAD_MUTEX_INITIALIZER;
+    static constexpr pthread_mutex_t initial() {
+        if constexpr (kRecursive) {
+            pthread_mutex_t m = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+            return m;
+        } else {
+            pthread_mutex_t m = PTHREAD_MUTEX_INITIALIZER;
+            return m;
+        }
+    }
+    pthread_mutex_t m_ = initial();
 };
 
+using PlainMutex = PthreadMutex<false>;
 // May be taken again by the thread that holds it.
-class RecursiveMutex {
-public:
-    constexpr RecursiveMutex() = default;
-    RecursiveMutex(const RecursiveMutex&) = delete;
-    RecursiveMutex& operator=(const RecursiveMutex&) = delete;
-    void lock() { (void)pthread_mutex_lock(&m_); }
-    void unlock() { (void)pthread_mutex_unlock(&m_); }
-
-private:
-    pthread_mutex_t m_ = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-};
+using RecursiveMutex = PthreadMutex<true>;
 
 }  // namespace codecutil
