@@ -91,8 +91,8 @@ def make(name):
         # The second file header cut: the demuxer meets a new sequence header mid-stream.
         return write(name, read(srcs[0]) + read(srcs[1])[13:])
     elif kind == "join":
-        write("join.txt", "".join(f"file '{s}'\n" for s in srcs).encode())
-        src = "-f concat -safe 0 -i join.txt -c copy"
+        parts = write(name + ".txt", "".join(f"file '{s}'\n" for s in srcs).encode())
+        src = f"-f concat -safe 0 -i {parts} -c copy"
     elif kind == "half":  # cut inside the sample data: the demuxer marks the sample corrupt
         return write(name, read(srcs[0])[:os.path.getsize(srcs[0]) // 2])
     else:
