@@ -308,7 +308,7 @@ def cli_suite():
     with open("stall.ts", "wb") as fifo:
         fifo.write(read(make("long.ts"))[:os.path.getsize("long.ts") // 2])
         fifo.flush()
-        for _ in range(100):
+        for _ in range(300):
             if os.path.isdir("stalled") and os.listdir("stalled"):
                 break
             time.sleep(0.1)

@@ -67,6 +67,7 @@ def main(probe, case, workdir):
     table = os.path.join(os.path.dirname(os.path.abspath(__file__)), "cases.tsv")
     codec, fps, rule, args = next(line.rstrip("\n").split("\t")[1:] for line in open(table)
                                   if line.startswith(case + "\t"))
+    os.makedirs(workdir, exist_ok=True)
     path = os.path.join(workdir, f"{case}.{codec}")  # cases may run in parallel
     encoder = "x264 --quiet" if codec == "avc" else "x265 --log-level error --input"
     run("ffmpeg -loglevel error -f lavfi -i testsrc2=size=176x144 -frames:v 40 -pix_fmt yuv420p "
