@@ -22,11 +22,10 @@ def run(cmd):
 
 
 def trace_units(path):
-    """Each NAL unit after the first packet (before it: extradata) as its list
-    of (field, value) in order and a dict of the first value per field."""
+    """(fields in order, first value per field) of each NAL unit after the first packet."""
     err = run(f"ffmpeg -nostats -i {path} -c copy -bsf:v trace_headers -f null -").stderr
     units = []
-    for name, value in FIELD.findall(err[err.find("Packet:"):]):
+    for name, value in FIELD.findall(err[err.find("Packet:"):]):  # before it: extradata
         if name == "forbidden_zero_bit":  # the first field of every NAL unit
             units.append([])
         units[-1].append((name, int(value)))
@@ -104,8 +103,8 @@ def main(probe, case, workdir):
                 outs.append(got.get("out"))
         mismatches = {k: v for k, v in exp.items() if v is not None and got.get(k) != v}
         expect(not mismatches, f"{where}; the trace says {mismatches}")
-    frames = [k * active["num_units_in_tick"] for k in range(len(outs))]
     expect(rule == "-" or len(set(outs)) == len(outs), f"{case}: DPB output times {outs} collide")
+    frames = [k * active["num_units_in_tick"] for k in range(len(outs))]  # 0..N-1 durations
     expect(rule != "frames" or sorted(outs) == frames, f"{case}: DPB output times {outs}")
     expect(outs or "hrd" not in args or "--interlace" in args, f"{case}: no picture timing parsed")
     print(f"{case}: {len(units)} SPS/SEI units, {len(outs)} picture timings as traced")
