@@ -312,7 +312,7 @@ def cli_suite():
             if os.path.isdir("stalled") and os.listdir("stalled"):
                 break
             time.sleep(0.1)
-        expect(os.listdir("stalled"), "the interrupted run had not staged its output")
+        expect(os.path.isdir("stalled") and os.listdir("stalled"), "no output staged in 30 s")
         tool.send_signal(signal.SIGINT)
         expect(tool.wait() == 130 and not os.listdir("stalled"),
                f"SIGINT: exit {tool.returncode}, left {os.listdir('stalled')}")
