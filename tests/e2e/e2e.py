@@ -24,6 +24,7 @@ import time
 TOOL, SOURCE_DIR = os.environ["CODECUTIL"], os.environ["SOURCE_DIR"]
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(SOURCE_DIR, "tools", "mkdual"))
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import mkdual  # noqa: E402
 
 FFMPEG = "ffmpeg -nostdin -hide_banner -loglevel error -y "
