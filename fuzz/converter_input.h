@@ -1,90 +1,73 @@
-// The converter target's input layout, shared with the allocation-failure
-// sweep that replays the target's seeds: a byte reader, the per-codec
-// parameter record read from it (the reader is fuzz_reader.h's), and the constructor by type (VP9
-// through its own). See converter_fuzz.cpp for the whole layout.
+// The converter target's input layout (see converter_fuzz.cpp), shared with
+// the robust tests that replay its seeds: the per-codec parameter record, the
+// constructor by type (VP9 through its own), a seed read as a list of units,
+// and space that is always granted.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <vector>
 
 #include "fuzz_reader.h"
 #include "zarn_codec_util.h"
 #include "zarn_codec_util_priv.h"
+#include "zhal_avstream.h"
 
 namespace fuzzinput {
 
 inline constexpr uint32_t kFourccs[] = {0x33564D57 /* WMV3 */, 0x31435657 /* WVC1 */,
                                         0x41564D57 /* WMVA */, 0x30385056 /* VP80 */};
 
-// The parameter record for `type`, pointing into `blob` and `fourcc`.
+// The converters whose record starts with width and height.
+inline bool sized(int type) {
+    constexpr unsigned kSized = 1u << CODEC_UTIL_TYPE_DIVX311 | 1u << CODEC_UTIL_TYPE_VC1 |
+                                1u << CODEC_UTIL_TYPE_SPARK | 1u << CODEC_UTIL_TYPE_VP6 |
+                                1u << CODEC_UTIL_TYPE_VP8 | 1u << CODEC_UTIL_TYPE_VP9;
+    return ((1u << type) & kSized) != 0;
+}
+
+// The parameter record for `type`, pointing into `blob` and `fourcc`: a shape
+// byte (0xFF: no record; bit 7: 16-bit blob length; bit 0: an empty blob is
+// NULL; VC-1: bits 1-2 the FourCC, bit 3 a FourCC of its own follows, bit 6
+// no FourCC), width and height, the blob, then VC-1's frame count, bit rate,
+// frame rate and FourCC or VP9's frame rate.
 struct Params {
     union {
         CodecUtilH264Param_t h264;
-        CodecUtilMPEG4Param_t mpeg4;
-        CodecUtilAACParam_t aac;
         CodecUtilVC1Param_t vc1;
-        CodecUtilAVIParam_t avi;
         CodecUtilVP9Param_t vp9;
         CodecUtilVorbisParam_t vorbis;
-        CodecUtilOpusParam_t opus;
     } u;
-    std::vector<uint8_t> blob;
+    Bytes blob;
     uint32_t fourcc = 0;
 
-    // NULL when the schedule clears the parameters.
     void* read(Reader& in, int type) {
         const uint8_t shape = in.u8();
         if (shape == 0xFF) return nullptr;
-        const auto dim = [&] { return static_cast<zarn_sint32>(static_cast<int16_t>(in.u16())); };
+        const auto dim = [&] { return zarn_sint32{static_cast<int16_t>(in.u16())}; };
         std::memset(&u, 0, sizeof u);
-        switch (type) {
-            case CODEC_UTIL_TYPE_VC1:
-            case CODEC_UTIL_TYPE_DIVX311:
-            case CODEC_UTIL_TYPE_SPARK:
-            case CODEC_UTIL_TYPE_VP6:
-            case CODEC_UTIL_TYPE_VP8:
-            case CODEC_UTIL_TYPE_VP9:
-                u.vc1.width = dim();
-                u.vc1.height = dim();
-                break;
-            default:
-                break;
+        if (sized(type)) {
+            u.vc1.width = dim();
+            u.vc1.height = dim();
         }
         blob = in.bytes((shape & 0x80) != 0 ? in.u16() : in.u8());
         zarn_uint8* data = blob.empty() && (shape & 1) != 0 ? nullptr : blob.data();
         const auto size = static_cast<zarn_uint32>(blob.size());
-        switch (type) {
-            case CODEC_UTIL_TYPE_VC1:
-                u.vc1.frameNum = dim();
-                u.vc1.bitRate = dim();
-                u.vc1.frameRate = dim();
-                if ((shape & 8) != 0) {
-                    const uint32_t lo = in.u16();
-                    fourcc = lo | (uint32_t{in.u16()} << 16);
-                } else {
-                    fourcc = kFourccs[(shape >> 1) & 3];
-                }
-                u.vc1.fourcc = (shape & 0x40) != 0 ? nullptr : &fourcc;
-                u.vc1.codecData.data = data;
-                u.vc1.codecData.size = size;
-                break;
-            case CODEC_UTIL_TYPE_VP9:
-                u.vp9.frameRateVal = dim();
-                break;
-            case CODEC_UTIL_TYPE_VOIBIS:
-                u.vorbis.codecdata = data;
-                u.vorbis.codecdata_size = size;
-                break;
-            case CODEC_UTIL_TYPE_DIVX311:
-            case CODEC_UTIL_TYPE_SPARK:
-            case CODEC_UTIL_TYPE_VP6:
-            case CODEC_UTIL_TYPE_VP8:
-                break;
-            default:  // H.264, H.265, MPEG-4, AAC, Opus: data and size
-                u.h264.data = data;
-                u.h264.size = size;
-                break;
+        if (type == CODEC_UTIL_TYPE_VC1) {
+            u.vc1.frameNum = dim();
+            u.vc1.bitRate = dim();
+            u.vc1.frameRate = dim();
+            fourcc = (shape & 8) != 0 ? in.u32() : kFourccs[(shape >> 1) & 3];
+            u.vc1.fourcc = (shape & 0x40) != 0 ? nullptr : &fourcc;
+            u.vc1.codecData = {data, size, 0, 0};
+        } else if (type == CODEC_UTIL_TYPE_VP9) {
+            u.vp9.frameRateVal = dim();
+        } else if (type == CODEC_UTIL_TYPE_VOIBIS) {
+            u.vorbis.codecdata = data;
+            u.vorbis.codecdata_size = size;
+        } else if (!sized(type)) {  // H.264, H.265, MPEG-4, AAC, Opus
+            u.h264 = {data, size};
         }
         return &u;
     }
@@ -95,5 +78,59 @@ inline void* create(int type, CodecUtilMemVtable_t* table = nullptr) {
                ? CodecUtil_VP9_Create(table)
                : Zarn_CodecUtil_Create(static_cast<CodecUtilType_e>(type), table);
 }
+
+// A seed: type, get-buffer switch, parameter record, then pushes (op, 16-bit
+// length, unit, grant, wrap).
+struct Seed {
+    int type;
+    Params params;
+    void* param;
+    std::vector<Bytes> units;
+
+    explicit Seed(const Bytes& file) {
+        Reader in(file);
+        type = in.u8() % 12;
+        in.u8();
+        param = params.read(in, type);
+        while (!in.empty()) {
+            in.u8();
+            units.push_back(in.bytes(in.u16() & 0x3FFF));
+            in.u16();
+        }
+    }
+    Seed(const Seed&) = delete;  // param points into params
+    Seed& operator=(const Seed&) = delete;
+};
+
+// Contiguous space, always granted: through the get-buffer function, or from
+// the HAL stand-in's ring for the converters that take none.
+struct Space {
+    Bytes ring = Bytes(1 << 18);
+    Zhal_AVStream_ptr hal = zhal_sim_stream_create(1 << 18);
+
+    Space() = default;
+    Space(const Space&) = delete;
+    Space& operator=(const Space&) = delete;
+    ~Space() { zhal_sim_stream_destroy(hal); }
+
+    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8**, zarn_uint32* size2) {
+        auto& ring = static_cast<Space*>(stream)->ring;
+        *size2 = 0;
+        return size <= ring.size() ? ring.data() : nullptr;
+    }
+    // What the push returns (written space, or the unit passed on), if anything.
+    std::span<const uint8_t> push(void* h, Bytes& unit) {
+        CodecUtilBuffer_t b{unit.data(), static_cast<zarn_uint32>(unit.size()), 40000000, 1};
+        void* stream = this;
+        if (static_cast<CodecUtilBase_t*>(h)->set_getbuf_func == nullptr) {
+            zhal_sim_stream_set_write_pos(hal, 0);
+            stream = hal;
+        }
+        Zarn_CodecUtil_SetGetBufFunc(h, reinterpret_cast<void*>(&getbuf));
+        zarn_uint32 size = 0;
+        const zarn_uint8* out = Zarn_CodecUtil_ConvPushBuffer(h, stream, &b, &size);
+        return out == nullptr ? std::span<const uint8_t>() : std::span(out, size);
+    }
+};
 
 }  // namespace fuzzinput
