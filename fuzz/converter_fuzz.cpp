@@ -1,6 +1,6 @@
 // Converters through the public front end. Byte 0 picks the type (VP9
 // through its own constructor), byte 1 whether a get-buffer function is
-// installed at first; then a parameter record (converter_input.h) with codec
+// installed at first; then a parameter record (fuzz_input.h) with codec
 // data of any length, then a schedule of operations: push a unit into space
 // granted contiguous, in two pieces at a chosen wrap, or refused; set the
 // parameters again (or clear them); switch the get-buffer function on or
@@ -20,15 +20,12 @@
 #include <memory>
 #include <vector>
 
-#include "converter_input.h"
+#include "fuzz_input.h"
 
 namespace {
 
 using fuzzinput::Bytes;
-
-void check(bool ok) {
-    if (!ok) __builtin_trap();
-}
+using fuzzinput::check;
 
 enum Grant : uint8_t { kContiguous, kTwoPiece, kRefused };
 
@@ -50,11 +47,10 @@ struct Hal {
     }
 };
 
-// A push returns NULL, the unit itself (declined: passed on as it is) or the
-// start of the space it wrote.
-enum Outcome { kNull, kDeclined, kWritten };
 struct Result {
-    Outcome outcome = kNull;
+    // 0: NULL, 1: the unit itself (declined: passed on as it is), 2: the
+    // start of the space written
+    int outcome = 0;
     zarn_uint32 size = 0xDEADBEEF;
     Bytes bytes;
     bool operator==(const Result&) const = default;
@@ -97,7 +93,12 @@ struct Side {
         return s.piece[0].get();
     }
 
-    Result push(CodecUtilBuffer_t unit, Grant g, uint8_t w) {
+    Result push(const Bytes& bytes, uint64_t pts, uint32_t flag, Grant g, uint8_t w) {
+        // An own copy of exactly the unit's size: a converter may rewrite the
+        // unit in place, and ASan sees a read past it.
+        Bytes copy = bytes;
+        CodecUtilBuffer_t unit{copy.empty() ? nullptr : copy.data(),
+                               static_cast<zarn_uint32>(copy.size()), pts, flag};
         // The last push's space is gone: ASan sees a converter that kept it.
         for (auto& p : piece) p.reset();
         len[0] = len[1] = 0;
@@ -113,17 +114,17 @@ struct Side {
         Result r;
         zarn_uint8* ret = Zarn_CodecUtil_ConvPushBuffer(h, stream, &unit, &r.size);
         if (ret == nullptr || ret == unit.data) {
-            r.outcome = ret == nullptr ? kNull : kDeclined;
+            r.outcome = ret == nullptr ? 0 : 1;
         } else if (getbuf) {
             check(requests != before && ret == piece[0].get() && r.size == requested);
-            r.outcome = kWritten;
+            r.outcome = 2;
             r.bytes.assign(ret, ret + len[0]);
             r.bytes.insert(r.bytes.end(), piece[1].get(), piece[1].get() + len[1]);
         } else {
             // Committing checks that the space starts at the grant and fits it.
             hal.out.clear();
             check(Zhal_AVStream_Append(stream, ret, r.size, 0) && hal.out.size() == r.size);
-            r.outcome = kWritten;
+            r.outcome = 2;
             r.bytes.swap(hal.out);
         }
         return r;
@@ -132,17 +133,17 @@ struct Side {
 
 }  // namespace
 
+// Failed assertions print and carry on, as on a device without the
+// platform's abort request; every log line is formatted and dropped.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vxm_sys_request_assert = 0;
+    __zarn_debug_min = ZARN_LEVEL_LOG;
+    zarn_debug_set_sink([](void*, ZarnDebugCategory*, ZarnDebugLevel, const char*, const char*) {},
+                        nullptr);
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Failed assertions print and carry on, as on a device without the
-    // platform's abort request; every log line is formatted and dropped.
-    static const bool set_up = [] {
-        vxm_sys_request_assert = 0;
-        __zarn_debug_min = ZARN_LEVEL_LOG;
-        zarn_debug_set_sink(
-            [](void*, ZarnDebugCategory*, ZarnDebugLevel, const char*, const char*) {}, nullptr);
-        return true;
-    }();
-    (void)set_up;
     if (size < 2) return 0;
     fuzzinput::Reader in(data, size);
     const int type = in.u8() % 12;
@@ -163,21 +164,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int ops = 0; !in.empty() && ops < 64; ++ops) {
         const uint8_t op = in.u8();
         if ((op & 3) == 0) {  // push
-            Bytes unit = in.bytes((op & 4) != 0 ? in.u16() & 0x3FFF : in.u8());
+            const Bytes unit = in.bytes((op & 4) != 0 ? in.u16() & 0x3FFF : in.u8());
             const uint8_t g = in.u8() & 3;
             const auto mode = static_cast<Grant>(g == 3 ? 0 : g);
             const uint8_t wrap = in.u8();
-            // Each converter gets its own copy of exactly the unit's size: a
-            // converter may rewrite the unit in place, and ASan sees a read
-            // past it.
-            Bytes copy = unit;
-            CodecUtilBuffer_t a{unit.empty() ? nullptr : unit.data(),
-                                static_cast<zarn_uint32>(unit.size()), timestamp += 33366666,
-                                (op >> 3) & 1u};
-            CodecUtilBuffer_t b = a;
-            b.data = copy.empty() ? nullptr : copy.data();
-            check(ref.push(a, mode == kRefused ? mode : kContiguous, 0) ==
-                  other.push(b, mode, wrap));
+            const uint32_t flag = (op >> 3) & 1u;
+            timestamp += 33366666;
+            check(ref.push(unit, timestamp, flag, mode == kRefused ? mode : kContiguous, 0) ==
+                  other.push(unit, timestamp, flag, mode, wrap));
         } else if ((op & 3) == 1) {  // parameters again
             void* q = params.read(in, type);
             check(Zarn_CodecUtil_SetParam(ref.h, q) == Zarn_CodecUtil_SetParam(other.h, q));

@@ -10,57 +10,40 @@
 // it. The two process exits of the parsers are predicted from the NAL unit
 // and not run; one that happens anyway is a finding.
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
-#include <vector>
+#include <functional>
 
 #include "exit_guard.h"
-#include "fuzz_reader.h"
-#include "io_base.h"
-#include "registry.h"
-#include "sei_sps_parser.h"
+#include "fuzz_input.h"
 #include "vessplitter.h"
 #include "zarn_codec_util_aac.h"
-#include "zarn_codec_util_bitbuf.h"
 #include "zarn_debug.h"
 
 namespace {
 
 using fuzzinput::Bytes;
+using fuzzinput::check;
 using fuzzinput::Reader;
-
-void check(bool ok) {
-    if (!ok) __builtin_trap();
-}
 
 // ---- SPS/SEI parsers -----------------------------------------------------
 
-// Whether parsing `nal` would end the process (see sei_sps_parser.h): an SEI
-// with an empty RBSP, an AVC SPS of profile 128/134 at a level but 40/41.
-bool would_exit(const Bytes& nal, size_t head, bool sei, bool avc) {
-    if (sei) {
-        size_t n = nal.size();
-        while (n > 0 && nal[n - 1] == 0) --n;
-        return n == head;
-    }
-    if (!avc || nal.size() <= head) return false;
-    Bytes rbsp(nal.size());
-    size_t len = 0;
-    parser_remove_0x03(rbsp.data(), &len, nal.data() + head, nal.size() - head);
-    const uint8_t profile = len > 0 ? rbsp[0] : 0;
-    const uint8_t level = len > 2 ? rbsp[2] : 0;
-    return (profile == 128 || profile == 134) && level != 40 && level != 41;
+// Whether parsing the NAL unit would end the process (sei_sps_parser.h): an
+// SEI with an empty RBSP, an AVC SPS of profile 128/134 at a level other
+// than 40/41 (no emulation prevention byte can come before the level there).
+bool would_exit(const Bytes& payload, bool sei, bool avc) {
+    if (sei) return std::all_of(payload.begin(), payload.end(), [](uint8_t b) { return b == 0; });
+    const int level = payload.size() > 2 ? payload[2] : 0;
+    return avc && !payload.empty() && (payload[0] == 128 || payload[0] == 134) && level != 40 &&
+           level != 41;
 }
 
-void fuzz_parser(Reader& in, bool avc) {
+template <bool avc>
+void fuzz_parser(Reader& in) {
     parser_env_init();
     const uint8_t flags = in.u8();
-    parser_handle_t p = avc ? avc_parser_create(flags & 1, (flags >> 1) & 1)
-                            : hevc_parser_create(flags & 1, (flags >> 1) & 1);
-    check(p != nullptr);
+    parser_handle_t p = (avc ? avc_parser_create : hevc_parser_create)(flags & 1, (flags >> 1) & 1);
     while (!in.empty()) {
         const uint8_t op = in.u8();
         if ((op & 0xF0) == 0xF0) {
@@ -70,25 +53,20 @@ void fuzz_parser(Reader& in, bool avc) {
         }
         const bool sei = (op & 1) != 0;
         const int startcode = (op & 2) != 0 ? 4 : 3;
-        Bytes nal(static_cast<size_t>(startcode - 1), 0);
-        nal.push_back(1);
-        if (avc) nal.push_back(sei ? 0x06 : 0x67);
-        if (!avc) nal.insert(nal.end(), {static_cast<uint8_t>(sei ? 0x4E : 0x42), 0x01});
-        const size_t head = nal.size();
         const Bytes payload = in.bytes(in.u16() & 0x7FF);
+        if (would_exit(payload, sei, avc)) continue;
+        const int type = avc ? (sei ? 0x06 : 0x67) : (sei ? 0x4E : 0x42);
+        const uint8_t head[] = {0, 0, 0, 1, static_cast<uint8_t>(type), 1};
+        Bytes nal(head + 4 - startcode, head + (avc ? 5 : 6));
         nal.insert(nal.end(), payload.begin(), payload.end());
         nal.shrink_to_fit();
-        if (would_exit(nal, head, sei, avc)) continue;
         const int bp = p->bp_num;
-        ExitGuard guard;
-        try {
-            const auto size = static_cast<int32_t>(nal.size());
-            const int32_t r = sei ? p->parse_sei_messages(nal.data(), size, startcode, p)
-                                  : p->parse_sps(nal.data(), size, startcode, p);
-            check(sei ? (r == 0 || r == -1) : (r == 0 || r == 1));
-        } catch (const ProcessExit&) {
-            check(false);  // an exit the prediction missed
-        }
+        const auto size = static_cast<int32_t>(nal.size());
+        // An exit the prediction missed throws out of the target: a crash.
+        const ExitGuard guard;
+        const int32_t r = sei ? p->parse_sei_messages(nal.data(), size, startcode, p)
+                              : p->parse_sps(nal.data(), size, startcode, p);
+        check(sei ? (r == 0 || r == -1) : (r == 0 || r == 1));
         check(p->bp_num >= bp);
         (void)(p->parser_get_num_reorder_frames(p) + p->parser_get_dpb_output_time(p, op >> 2) +
                p->parser_get_cts_offset_ticks(p) + p->parser_get_cts_offset_frames(p) +
@@ -99,39 +77,11 @@ void fuzz_parser(Reader& in, bool avc) {
 
 // ---- Bit buffer ----------------------------------------------------------
 
-struct BitBufState {
-    Reader& in;
-    BIT_BUF b, copy;
-    zarn_sint32 align_ref;
-};
-
 void check_inside(const BIT_BUF& b) {
     if (b.size == 0 || b.pBitBufBase > b.pBitBufEnd) return;
     check(b.pReadNext >= b.pBitBufBase && b.pReadNext <= b.pBitBufEnd);
     check(b.pWriteNext >= b.pBitBufBase && b.pWriteNext <= b.pBitBufEnd);
 }
-
-using BitBufOp = void (*)(BitBufState&, uint8_t n);
-constexpr BitBufOp kBitBufOps[] = {
-    [](BitBufState& s, uint8_t n) {
-        const zarn_sint32 before = s.b.cntBits;
-        (void)ReadBits(&s.b, n);
-        check(n > before ? s.b.cntBits == before : s.b.cntBits < before || n == 0);
-    },
-    [](BitBufState& s, uint8_t n) { WriteBits(&s.b, s.in.u32(), n); },
-    [](BitBufState& s, uint8_t) { ByteAlign(&s.b, &s.align_ref); },
-    [](BitBufState& s, uint8_t) { (void)AlignBits(&s.b); },
-    [](BitBufState& s, uint8_t) {
-        WindBitBufferBidirectional(&s.b, static_cast<int16_t>(s.in.u16()));
-    },
-    [](BitBufState& s, uint8_t n) {
-        CopyBitBufAll(&s.b, &s.copy);
-        check_inside(s.copy);
-        (void)ReadBits(&s.copy, n);
-    },
-    [](BitBufState& s, uint8_t) { ResetBitsRead(&s.b); },
-    [](BitBufState& s, uint8_t) { (void)GetBitsInBuf(&s.b); },
-};
 
 void fuzz_bitbuf(Reader& in) {
     const uint8_t mode = in.u8();
@@ -140,18 +90,36 @@ void fuzz_bitbuf(Reader& in) {
     if (area.empty() || offset / 8 >= area.size()) return;
     const auto bits = static_cast<uint32_t>(area.size() * 8 - (mode >> 5));
     Bytes copy_area(area.size());
-    BitBufState s{in, {}, {}, 0};
+    BIT_BUF b, copy;
     if ((mode & 1) != 0)
-        CreateInitializedOffsetBitBuffer(&s.b, area.data(), bits, offset);
+        CreateInitializedOffsetBitBuffer(&b, area.data(), bits, offset);
     else
-        CreateBitBuffer(&s.b, area.data(), bits);
-    CreateBitBuffer(&s.copy, copy_area.data(), bits);
-    s.align_ref = s.b.cntBits;
+        CreateBitBuffer(&b, area.data(), bits);
+    CreateBitBuffer(&copy, copy_area.data(), bits);
+    zarn_sint32 align_ref = b.cntBits;
+    const std::function<void(uint8_t)> ops[] = {
+        [&](uint8_t n) {
+            const zarn_sint32 before = b.cntBits;
+            (void)ReadBits(&b, n);
+            check(n > before ? b.cntBits == before : b.cntBits < before || n == 0);
+        },
+        [&](uint8_t n) { WriteBits(&b, in.u32(), n); },
+        [&](uint8_t) { ByteAlign(&b, &align_ref); },
+        [&](uint8_t) { (void)AlignBits(&b); },
+        [&](uint8_t) { WindBitBufferBidirectional(&b, static_cast<int16_t>(in.u16())); },
+        [&](uint8_t n) {
+            CopyBitBufAll(&b, &copy);
+            check_inside(copy);
+            (void)ReadBits(&copy, n);
+        },
+        [&](uint8_t) { ResetBitsRead(&b); },
+        [&](uint8_t) { (void)GetBitsInBuf(&b); },
+    };
     while (!in.empty()) {
         const uint8_t op = in.u8();
         // 33 trips the assertion, which goes on (after a slow back-trace).
-        kBitBufOps[op % 8](s, in.u8() % 34);
-        check_inside(s.b);
+        ops[op % 8](in.u8() % 34);
+        check_inside(b);
     }
 }
 
@@ -180,32 +148,6 @@ void fuzz_aac(Reader& in) {
 }
 
 // ---- Bit/byte I/O and registry --------------------------------------------
-
-using IoOp = void (*)(bbio_t*, uint8_t n, Reader& in);
-constexpr IoOp kIoOps[] = {
-    [](bbio_t* r, uint8_t n, Reader&) { (void)src_read_bits(r, n % 41); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)src_read_u8(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)src_read_u16(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)src_read_u24(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)src_read_u32(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)src_read_u64(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)read_ue(r); },
-    [](bbio_t* r, uint8_t, Reader&) { (void)read_se(r); },
-    [](bbio_t* r, uint8_t n, Reader& in) {
-        const int64_t before = src_following_bit_num(r);
-        const uint32_t v = src_peek_bits(r, n % 33, static_cast<int8_t>(in.u8()) % 4);
-        check(src_following_bit_num(r) == before || v == 0xFFFFFFFF);
-    },
-    [](bbio_t* r, uint8_t n, Reader&) { src_skip_bits(r, n * 3u); },
-    [](bbio_t* r, uint8_t n, Reader& in) { (void)r->seek(r, static_cast<int8_t>(n), in.u8() % 3); },
-    [](bbio_t* r, uint8_t n, Reader&) {
-        Bytes out(n % 16);
-        check(r->read(r, out.data(), out.size()) <= out.size());
-        src_byte_align(r);
-        uint32_t field = 0;
-        (void)read_sei_tv(r, &field);
-    },
-};
 
 void fuzz_io(Reader& in) {
     parser_env_init();
@@ -241,13 +183,34 @@ void fuzz_io(Reader& in) {
     if (data.empty()) return;
     bbio_t* r = reg_bbio_get('b', 'r');
     r->set_buffer(r, data.data(), data.size(), 0);
+    const std::function<void(uint8_t)> ops[] = {
+        [&](uint8_t n) { (void)src_read_bits(r, n % 41); },
+        [&](uint8_t) { (void)src_read_u8(r); },
+        [&](uint8_t) { (void)src_read_u16(r); },
+        [&](uint8_t) { (void)src_read_u24(r); },
+        [&](uint8_t) { (void)src_read_u32(r); },
+        [&](uint8_t) { (void)src_read_u64(r); },
+        [&](uint8_t) { (void)read_ue(r); },
+        [&](uint8_t) { (void)read_se(r); },
+        [&](uint8_t n) {
+            const int64_t before = src_following_bit_num(r);
+            const uint32_t v = src_peek_bits(r, n % 33, static_cast<int8_t>(in.u8()) % 4);
+            check(src_following_bit_num(r) == before || v == 0xFFFFFFFF);
+        },
+        [&](uint8_t n) { src_skip_bits(r, n * 3u); },
+        [&](uint8_t n) { (void)r->seek(r, static_cast<int8_t>(n), in.u8() % 3); },
+        [&](uint8_t n) {
+            Bytes out(n % 16);
+            (void)r->read(r, out.data(), out.size());
+            src_byte_align(r);
+            uint32_t field = 0;
+            (void)read_sei_tv(r, &field);
+        },
+    };
     while (!in.empty()) {
         const uint8_t op = in.u8();
-        kIoOps[op % 12](r, in.u8(), in);
-        const int64_t pos = r->position(r);
-        check(pos >= 0 && static_cast<uint64_t>(pos) <= data.size());
-        check(src_following_bit_num(r) ==
-              (static_cast<int64_t>(data.size()) - pos) * 8 + src_bits_cached(r));
+        ops[op % 12](in.u8());
+        check(r->position(r) >= 0 && static_cast<uint64_t>(r->position(r)) <= data.size());
     }
     r->destroy(r);
 }
@@ -294,24 +257,19 @@ void fuzz_mirror(Reader& in) {
 
 }  // namespace
 
+// Failed assertions go on, as on a device without the abort request; every
+// diagnostic is formatted and dropped.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vxm_sys_request_assert = 0;
+    edr_debug_level = 5;
+    edr_debug_file = std::fopen("/dev/null", "w");
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Failed assertions go on, as on a device without the abort request;
-    // every diagnostic is formatted and dropped.
-    static const bool set_up = [] {
-        vxm_sys_request_assert = 0;
-        edr_debug_level = 5;
-        edr_debug_file = std::fopen("/dev/null", "w");
-        return true;
-    }();
-    (void)set_up;
-    if (size < 1) return 0;
-    Reader in(data + 1, size - 1);
-    constexpr void (*kParts[])(Reader&) = {[](Reader& r) { fuzz_parser(r, true); },
-                                           [](Reader& r) { fuzz_parser(r, false); },
-                                           fuzz_bitbuf,
-                                           fuzz_aac,
-                                           fuzz_io,
-                                           fuzz_mirror};
-    kParts[data[0] % 6](in);
+    constexpr void (*kParts[])(Reader&) = {
+        fuzz_parser<true>, fuzz_parser<false>, fuzz_bitbuf, fuzz_aac, fuzz_io, fuzz_mirror};
+    Reader in(data, size);
+    if (size > 0) kParts[in.u8() % 6](in);
     return 0;
 }

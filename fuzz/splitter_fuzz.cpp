@@ -1,4 +1,4 @@
-// Splitter push (input layout in fuzz_reader.h): the decoder configuration
+// Splitter push (input layout in fuzz_input.h): the decoder configuration
 // record, the stream in pushes of the chosen size, a flush and one more push,
 // the output callback failing at the chosen call.
 //
@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "exit_guard.h"
-#include "fuzz_reader.h"
+#include "fuzz_input.h"
 #include "vessplitter.h"
 
 namespace {

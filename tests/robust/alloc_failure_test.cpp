@@ -19,7 +19,7 @@
 #include <set>
 #include <vector>
 
-#include "converter_input.h"
+#include "fuzz_input.h"
 #include "vessplitter.h"
 
 using fuzzinput::Bytes;

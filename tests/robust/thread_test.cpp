@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "converter_input.h"
+#include "fuzz_input.h"
 #include "vessplitter.h"
 
 namespace {

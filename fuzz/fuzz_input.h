@@ -1,31 +1,89 @@
-// The converter target's input layout (see converter_fuzz.cpp), shared with
-// the robust tests that replay its seeds: the per-codec parameter record, the
-// constructor by type (VP9 through its own), a seed read as a list of units,
-// and space that is always granted.
+// The fuzz targets' input: a reader of bytes, little-endian 16- and 32-bit
+// values and runs, front to back (past the end every read is zero or empty),
+// and the layouts of the splitter and converter targets, which the robust
+// tests replay: the splitter input, the converters' parameter records and
+// constructor by type, a converter seed read as a list of units, and space
+// that is always granted.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <span>
 #include <vector>
 
-#include "fuzz_reader.h"
 #include "zarn_codec_util.h"
 #include "zarn_codec_util_priv.h"
 #include "zhal_avstream.h"
 
 namespace fuzzinput {
 
+using Bytes = std::vector<uint8_t>;
+
+// A failed property: a crash the fuzzer reports.
+inline void check(bool ok) {
+    if (!ok) __builtin_trap();
+}
+
+inline Bytes read_file(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+class Reader {
+public:
+    Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
+    explicit Reader(const Bytes& b) : Reader(b.data(), b.size()) {}
+    bool empty() const { return p_ == end_; }
+    size_t left() const { return static_cast<size_t>(end_ - p_); }
+    uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
+    uint16_t u16() {
+        const uint8_t lo = u8();  // sequenced: little-endian whatever the compiler
+        return static_cast<uint16_t>(lo | (u8() << 8));
+    }
+    uint32_t u32() {
+        const uint32_t lo = u16();
+        return lo | uint32_t{u16()} << 16;
+    }
+    // Up to `n` bytes (fewer at the end of the input).
+    Bytes bytes(size_t n) {
+        if (n > left()) n = left();
+        p_ += n;
+        return Bytes(p_ - n, p_);
+    }
+
+private:
+    const uint8_t* p_;
+    const uint8_t* end_;
+};
+
+// Splitter input: flags (bit 0 HEVC, bit 1 transport stream, bits 2 and 3
+// switch the enhancement layer and the metadata off), the record's length,
+// the output call that fails (0: none), the push size - 1, then the decoder
+// configuration record and the stream.
+struct SplitterInput {
+    uint8_t flags, fail_at;
+    size_t chunk;
+    Bytes record, stream;
+
+    explicit SplitterInput(Reader in) {
+        flags = in.u8();
+        const size_t record_len = in.u8();
+        fail_at = in.u8();
+        chunk = in.u8() + 1u;
+        record = in.bytes(record_len);
+        stream = in.bytes(in.left());
+    }
+};
+
 inline constexpr uint32_t kFourccs[] = {0x33564D57 /* WMV3 */, 0x31435657 /* WVC1 */,
                                         0x41564D57 /* WMVA */, 0x30385056 /* VP80 */};
 
-// The converters whose record starts with width and height.
-inline bool sized(int type) {
-    constexpr unsigned kSized = 1u << CODEC_UTIL_TYPE_DIVX311 | 1u << CODEC_UTIL_TYPE_VC1 |
-                                1u << CODEC_UTIL_TYPE_SPARK | 1u << CODEC_UTIL_TYPE_VP6 |
-                                1u << CODEC_UTIL_TYPE_VP8 | 1u << CODEC_UTIL_TYPE_VP9;
-    return ((1u << type) & kSized) != 0;
-}
+// By type (DivX, MPEG-4, H.264, VC-1, SPARK, VP6, VP8, AAC, Vorbis, Opus,
+// H.265, VP9): whether the parameter record starts with width and height.
+inline constexpr bool kSized[] = {1, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0, 1};
 
 // The parameter record for `type`, pointing into `blob` and `fourcc`: a shape
 // byte (0xFF: no record; bit 7: 16-bit blob length; bit 0: an empty blob is
@@ -47,7 +105,7 @@ struct Params {
         if (shape == 0xFF) return nullptr;
         const auto dim = [&] { return zarn_sint32{static_cast<int16_t>(in.u16())}; };
         std::memset(&u, 0, sizeof u);
-        if (sized(type)) {
+        if (kSized[type]) {
             u.vc1.width = dim();
             u.vc1.height = dim();
         }
@@ -66,7 +124,7 @@ struct Params {
         } else if (type == CODEC_UTIL_TYPE_VOIBIS) {
             u.vorbis.codecdata = data;
             u.vorbis.codecdata_size = size;
-        } else if (!sized(type)) {  // H.264, H.265, MPEG-4, AAC, Opus
+        } else if (!kSized[type]) {  // H.264, H.265, MPEG-4, AAC, Opus
             u.h264 = {data, size};
         }
         return &u;
