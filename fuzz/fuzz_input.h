@@ -2,8 +2,8 @@
 // values and runs, front to back (past the end every read is zero or empty),
 // and the layouts of the splitter and converter targets, which the robust
 // tests replay: the splitter input, the converters' parameter records and
-// constructor by type, a converter seed read as a list of units, and space
-// that is always granted.
+// constructor by type, a converter seed read as a list of units, and a push
+// into the HAL ring.
 #pragma once
 
 #include <cstdint>
@@ -160,35 +160,14 @@ struct Seed {
     Seed& operator=(const Seed&) = delete;
 };
 
-// Contiguous space, always granted: through the get-buffer function, or from
-// the HAL stand-in's ring for the converters that take none.
-struct Space {
-    Bytes ring = Bytes(1 << 18);
-    Zhal_AVStream_ptr hal = zhal_sim_stream_create(1 << 18);
-
-    Space() = default;
-    Space(const Space&) = delete;
-    Space& operator=(const Space&) = delete;
-    ~Space() { zhal_sim_stream_destroy(hal); }
-
-    static zarn_uint8* getbuf(void* stream, zarn_uint32 size, zarn_uint8**, zarn_uint32* size2) {
-        auto& ring = static_cast<Space*>(stream)->ring;
-        *size2 = 0;
-        return size <= ring.size() ? ring.data() : nullptr;
-    }
-    // What the push returns (written space, or the unit passed on), if anything.
-    std::span<const uint8_t> push(void* h, Bytes& unit) {
-        CodecUtilBuffer_t b{unit.data(), static_cast<zarn_uint32>(unit.size()), 40000000, 1};
-        void* stream = this;
-        if (static_cast<CodecUtilBase_t*>(h)->set_getbuf_func == nullptr) {
-            zhal_sim_stream_set_write_pos(hal, 0);
-            stream = hal;
-        }
-        Zarn_CodecUtil_SetGetBufFunc(h, reinterpret_cast<void*>(&getbuf));
-        zarn_uint32 size = 0;
-        const zarn_uint8* out = Zarn_CodecUtil_ConvPushBuffer(h, stream, &b, &size);
-        return out == nullptr ? std::span<const uint8_t>() : std::span(out, size);
-    }
-};
+// Pushes `unit` (which the converter may rewrite) into the HAL stand-in's
+// `ring` from its start: what the push returns, if anything.
+inline std::span<const uint8_t> push(void* h, Zhal_AVStream_ptr ring, Bytes& unit) {
+    CodecUtilBuffer_t b{unit.data(), static_cast<zarn_uint32>(unit.size()), 40000000, 1};
+    zhal_sim_stream_set_write_pos(ring, 0);
+    zarn_uint32 size = 0;
+    const zarn_uint8* out = Zarn_CodecUtil_ConvPushBuffer(h, ring, &b, &size);
+    return out == nullptr ? std::span<const uint8_t>() : std::span(out, size);
+}
 
 }  // namespace fuzzinput

@@ -136,7 +136,7 @@ struct Outcome {
 // Create, SetParam, every unit, SetParam, the first unit again; then,
 // nothing failing any more, SetParam and the first unit, Destroy.
 Outcome run_converter(const fuzzinput::Seed& seed, int fail_at) {
-    fuzzinput::Space space;
+    static const Zhal_AVStream_ptr ring = zhal_sim_stream_create(1 << 18);
     // Every push its own copy (a converter may rewrite its input), made
     // before the heap is armed.
     std::vector<Bytes> units = seed.units;
@@ -148,14 +148,14 @@ Outcome run_converter(const fuzzinput::Seed& seed, int fail_at) {
     o.created_at = heap.calls;
     for (size_t i = 0; h != nullptr && i + 1 < units.size(); ++i) {
         if (i == 0 || i == seed.units.size()) (void)Zarn_CodecUtil_SetParam(h, seed.param);
-        (void)space.push(h, units[i]);
+        (void)fuzzinput::push(h, ring, units[i]);
     }
     o.reached = heap.calls;
     o.outside = heap.calls - heap.table_calls;
     heap.fail_at = 0;
     if (h == nullptr) return o;
     (void)Zarn_CodecUtil_SetParam(h, seed.param);
-    mix(o.recovered, space.push(h, units.back()));
+    mix(o.recovered, fuzzinput::push(h, ring, units.back()));
     Zarn_CodecUtil_Destroy(h);
     return o;
 }

@@ -28,15 +28,16 @@ using fuzzinput::Bytes;
 // again, CheckConv, destroy.
 struct Converter {
     fuzzinput::Seed seed;
-    fuzzinput::Space space;
+    Zhal_AVStream_ptr ring = zhal_sim_stream_create(1 << 18);
     uint64_t written = 0;
 
     explicit Converter(const std::filesystem::path& p) : seed(fuzzinput::read_file(p)) {}
+    ~Converter() { zhal_sim_stream_destroy(ring); }
     void round() {
         void* h = fuzzinput::create(seed.type);
         ASSERT_NE(h, nullptr);
         (void)Zarn_CodecUtil_SetParam(h, seed.param);
-        for (Bytes unit : seed.units) written += space.push(h, unit).size();
+        for (Bytes unit : seed.units) written += fuzzinput::push(h, ring, unit).size();
         (void)Zarn_CodecUtil_SetParam(h, seed.param);
         (void)Zarn_CodecUtil_CheckConv(h);
         Zarn_CodecUtil_Destroy(h);
