@@ -15,9 +15,8 @@
 // wrap changes nothing. Without a get-buffer function the space comes from
 // the HAL stand-in: the reference ring's write position stays at 0, the
 // other's is put short of the end by the wrap.
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <vector>
 
 #include "fuzz_input.h"
@@ -66,7 +65,7 @@ struct Side {
     uint8_t wrap = 0;  // the second piece's share of a grant, in 256ths
     int requests = 0;
     uint32_t requested = 0;
-    std::unique_ptr<uint8_t[]> piece[2];
+    Bytes piece[2];  // exact-size blocks, but never empty
     uint32_t len[2] = {};
 
     ~Side() { Zarn_CodecUtil_Destroy(h); }
@@ -85,12 +84,9 @@ struct Side {
                        ? 1 + static_cast<uint32_t>(uint64_t{size - 2} * s.wrap / 255)
                        : 0;
         s.len[0] = size - s.len[1];
-        for (int i : {0, 1}) {
-            s.piece[i].reset(new uint8_t[s.len[i]]);
-            std::memset(s.piece[i].get(), s.fill, s.len[i]);
-        }
-        if (s.len[1] != 0) *mem2 = s.piece[1].get(), *size2 = s.len[1];
-        return s.piece[0].get();
+        for (int i : {0, 1}) s.piece[i] = Bytes(std::max(s.len[i], 1u), s.fill);
+        if (s.len[1] != 0) *mem2 = s.piece[1].data(), *size2 = s.len[1];
+        return s.piece[0].data();
     }
 
     Result push(const Bytes& bytes, uint64_t pts, uint32_t flag, Grant g, uint8_t w) {
@@ -100,7 +96,7 @@ struct Side {
         CodecUtilBuffer_t unit{copy.empty() ? nullptr : copy.data(),
                                static_cast<zarn_uint32>(copy.size()), pts, flag};
         // The last push's space is gone: ASan sees a converter that kept it.
-        for (auto& p : piece) p.reset();
+        for (Bytes& p : piece) p = Bytes();
         len[0] = len[1] = 0;
         mode = g;
         wrap = w;
@@ -113,18 +109,15 @@ struct Side {
         }
         Result r;
         zarn_uint8* ret = Zarn_CodecUtil_ConvPushBuffer(h, stream, &unit, &r.size);
-        if (ret == nullptr || ret == unit.data) {
-            r.outcome = ret == nullptr ? 0 : 1;
-        } else if (getbuf) {
-            check(requests != before && ret == piece[0].get() && r.size == requested);
-            r.outcome = 2;
+        r.outcome = ret == nullptr ? 0 : ret == unit.data ? 1 : 2;
+        if (r.outcome == 2 && getbuf) {
+            check(requests != before && ret == piece[0].data() && r.size == requested);
             r.bytes.assign(ret, ret + len[0]);
-            r.bytes.insert(r.bytes.end(), piece[1].get(), piece[1].get() + len[1]);
-        } else {
+            r.bytes.insert(r.bytes.end(), piece[1].begin(), piece[1].begin() + len[1]);
+        } else if (r.outcome == 2) {
             // Committing checks that the space starts at the grant and fits it.
             hal.out.clear();
             check(Zhal_AVStream_Append(stream, ret, r.size, 0) && hal.out.size() == r.size);
-            r.outcome = 2;
             r.bytes.swap(hal.out);
         }
         return r;

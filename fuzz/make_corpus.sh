@@ -12,8 +12,7 @@ def run(*args):
     subprocess.run([str(a) for a in args], check=True, stderr=subprocess.DEVNULL)
 def save(target, name, body):
     os.makedirs(f"fuzz/corpus/{target}", exist_ok=True)
-    with open(f"fuzz/corpus/{target}/{name}", "wb") as f:
-        f.write(body)
+    open(f"fuzz/corpus/{target}/{name}", "wb").write(body)
 def probe(path, what):
     return json.loads(subprocess.check_output(["ffprobe", "-v", "error", "-show_streams", what, "-show_data",
                                                "-of", "json", path]))
@@ -69,11 +68,11 @@ converter_seeds("vp6", 5, b"\0" + struct.pack("<hhB", 96, 64, 0), frames[6])
 converter_seeds("vc1", 3, b"\0" + struct.pack("<hhB4shhh", 96, 64, 4, b"\x0e\x79\x1a\x01", 4, 800, 25), frames[6])
 
 # Parsers: the SPS and SEI NAL units of x264/x265 streams with HRD timing
-# (buffering period and picture timing SEI), the AudioSpecificConfig of the
-# AAC clip, and short runs for the bit buffer, the I/O layer and the mirror
-# buffer. Splitter again: two encodes of one source with HRD timing SEI,
-# interleaved by tools/mkdual with 4-byte lengths, the base layer's decoder
-# configuration record as codec data.
+# (buffering period and picture timing SEI) and the AudioSpecificConfig of
+# the AAC clip (the seeds bitbuf, io and mirror are written by hand).
+# Splitter again: two encodes of one source with HRD timing SEI, interleaved
+# by tools/mkdual with 4-byte lengths, the base layer's decoder configuration
+# record as codec data.
 run(*ffmpeg, *"-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 6 -pix_fmt yuv420p -f yuv4mpegpipe".split(),
     f"{tmp}/src.y4m")
 x264 = "x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --pic-struct".split()
@@ -96,10 +95,6 @@ save("parsers", "avc_hrd", parser_seed(f"{tmp}/hrd.264", 0))
 save("parsers", "hevc_hrd", parser_seed(f"{tmp}/hrd.265", 1))
 asc = hexdump(probe(f"{tmp}/aac.mp4", "-show_format")["streams"][0]["extradata"])
 save("parsers", "aac_asc", bytes([3, 4]) + struct.pack("<H", 371) + b"\0" + asc)
-save("parsers", "bitbuf", bytes([2, 1, 3, 16, *range(16), 0, 7, 1, 12, 0, 0, 0, 9, 2, 0, 4, 5, 0, 3, 0, 5, 8]))
-save("parsers", "io", bytes([4, 0, 8, 2, 3, 1, 2, 3, 2, 9, 8, 7, 15, *range(0x40, 0x50),
-                             0, 5, 6, 0, 7, 0, 8, 12, 1, 9, 4, 10, 3, 1, 11, 3]))
-save("parsers", "mirror", bytes([5, 0, 0x10, 0, 0, 8, *range(8), 1, 4, 0, 2, 3, 0, 3, 0, 0x20, 1, 1, 0]))
 for hevc, enc in ((0, x264 + ["--no-scenecut", "--aud"]), (1, x265 + ["--no-scenecut", "--aud"])):
     for q in (20, 30):
         run(*enc, "--vbv-bufsize", 1600, "--keyint", 5, "--min-keyint", 5, "--qp", q, "-o", f"{tmp}/{q}.es",

@@ -116,9 +116,8 @@ void fuzz_bitbuf(Reader& in) {
         [&](uint8_t) { (void)GetBitsInBuf(&b); },
     };
     while (!in.empty()) {
-        const uint8_t op = in.u8();
         // 33 trips the assertion, which goes on (after a slow back-trace).
-        ops[op % 8](in.u8() % 34);
+        ops[in.u8() % 8](in.u8() % 34);
         check_inside(b);
     }
 }
@@ -208,8 +207,7 @@ void fuzz_io(Reader& in) {
         },
     };
     while (!in.empty()) {
-        const uint8_t op = in.u8();
-        ops[op % 12](in.u8());
+        ops[in.u8() % 12](in.u8());
         check(r->position(r) >= 0 && static_cast<uint64_t>(r->position(r)) <= data.size());
     }
     r->destroy(r);
