@@ -32,8 +32,7 @@ inline Bytes read_file(const std::filesystem::path& path) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-class Reader {
-public:
+struct Reader {
     Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
     explicit Reader(const Bytes& b) : Reader(b.data(), b.size()) {}
     bool empty() const { return p_ == end_; }
@@ -54,7 +53,6 @@ public:
         return Bytes(p_ - n, p_);
     }
 
-private:
     const uint8_t* p_;
     const uint8_t* end_;
 };
@@ -157,7 +155,6 @@ struct Seed {
         }
     }
     Seed(const Seed&) = delete;  // param points into params
-    Seed& operator=(const Seed&) = delete;
 };
 
 // Pushes `unit` (which the converter may rewrite) into the HAL stand-in's
