@@ -60,13 +60,15 @@ struct Reader {
 // Splitter input: flags (bit 0 HEVC, bit 1 transport stream, bits 2 and 3
 // switch the enhancement layer and the metadata off), the record's length,
 // the output call that fails (0: none), the push size - 1, then the decoder
-// configuration record and the stream.
+// configuration record and the stream. `whole`: the header and the record
+// are complete.
 struct SplitterInput {
     uint8_t flags, fail_at;
     size_t chunk;
     Bytes record, stream;
+    bool whole;
 
-    explicit SplitterInput(Reader in) {
+    explicit SplitterInput(Reader in) : whole(in.left() >= 4 && in.p_[1] <= in.left() - 4) {
         flags = in.u8();
         const size_t record_len = in.u8();
         fail_at = in.u8();

@@ -94,6 +94,7 @@ bool run(const fuzzinput::SplitterInput& in, size_t chunk, Sink& sink) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzzinput::SplitterInput in(fuzzinput::Reader(data, size));
+    if (!in.whole) return 0;
     Sink chunked;
     chunked.fail_at = in.fail_at;
     if (!run(in, in.chunk, chunked) || in.fail_at != 0 || !in.record.empty() ||
