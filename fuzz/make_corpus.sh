@@ -1,164 +1,108 @@
 #!/usr/bin/env bash
-# Seeds for the splitter target from the x264/x265 samples: the first 6 KiB
-# of each Annex B stream behind the 4-byte schedule header (flags, record
-# length 0, no failing call, chunk sizes 256 and 188).
+# Seeds for the fuzz targets from real encoders (FFmpeg, x264, x265), laid
+# out as each target reads its input, in fuzz/corpus/<target>/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-out=fuzz/corpus/splitter
-mkdir -p "$out"
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-ffmpeg -v error -y -i samples/h264_x264_bframes.mp4 -c copy -bsf:v h264_mp4toannexb -f h264 "$tmp/avc.es"
-ffmpeg -v error -y -i samples/h265_x265_bframes.mkv -c copy -bsf:v hevc_mp4toannexb -f hevc "$tmp/hevc.es"
-seed() { { printf "$2"; head -c 6144 "$tmp/$1"; } > "$out/$3"; }
-seed avc.es '\x00\x00\x00\xff' avc_chunk256
-seed avc.es '\x00\x00\x00\xbb' avc_chunk188
-seed hevc.es '\x01\x00\x00\xff' hevc_chunk256
-seed hevc.es '\x05\x00\x03\xbb' hevc_no_el_fail3
+python3 - "$tmp" <<'PY'
+import json, os, re, struct, subprocess, sys
+tmp = sys.argv[1]
+def run(*args):
+    subprocess.run([str(a) for a in args], check=True, stderr=subprocess.DEVNULL)
+def save(target, name, body):
+    os.makedirs(f"fuzz/corpus/{target}", exist_ok=True)
+    open(f"fuzz/corpus/{target}/{name}", "wb").write(body)
+def probe(path, what):
+    return json.loads(subprocess.check_output(["ffprobe", "-v", "error", "-show_streams", what, "-show_data",
+                                               "-of", "json", path]))
+def hexdump(s):
+    return bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split()) for l in s.strip().splitlines()))
+ffmpeg = ["ffmpeg", "-v", "error", "-y"]
 
-# Seeds for the converter target: per codec a short clip from FFmpeg's
-# encoders, its codec data and first packets laid out as the target reads
-# them (type, get-buffer switch, parameter record, then pushes), once into
-# contiguous space, once wrapped, once through the HAL ring.
-out=fuzz/corpus/converter
-mkdir -p "$out"
-src="-f lavfi -i testsrc=size=96x64:rate=10 -frames:v 4"
-aud="-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.1"
-enc() { ffmpeg -v error -y $1 $2 "$tmp/$3"; }
-enc "$src" "-c:v libx264 -preset ultrafast -bf 2" h264.mp4
-enc "$src" "-c:v libx265 -preset ultrafast -x265-params log-level=none" h265.mp4
-enc "$src" "-c:v mpeg4 -bf 1" mpeg4.mp4
-enc "$src" "-c:v msmpeg4" divx.avi
-enc "$src" "-c:v flv" spark.flv
-enc "$src" "-c:v libvpx" vp8.webm
-enc "$src" "-c:v libvpx-vp9" vp9.webm
-enc "$aud" "-c:a aac" aac.mp4
-enc "$aud" "-c:a libvorbis" vorbis.webm
-enc "$aud" "-c:a libopus" opus.webm
-python3 - "$tmp" "$out" <<'PY'
-import json, struct, subprocess, sys
-tmp, out = sys.argv[1:3]
-# file, type (CodecUtilType_e; 11 is VP9), whether width and height lead the record
-clips = [("h264.mp4", 2, False), ("h265.mp4", 10, False), ("mpeg4.mp4", 1, False),
-         ("divx.avi", 0, True), ("spark.flv", 4, True), ("vp8.webm", 6, True),
-         ("vp9.webm", 11, True), ("aac.mp4", 7, False), ("vorbis.webm", 8, False),
-         ("opus.webm", 9, False)]
-def write_seeds(stem, ctype, rec, pushes):
+# Splitter: the first 6 KiB of the x264/x265 samples as Annex B streams
+# behind the 4-byte header (flags, no record, failing call, chunk size - 1).
+es = {}
+for c, sample in (("h264", "samples/h264_x264_bframes.mp4"), ("hevc", "samples/h265_x265_bframes.mkv")):
+    run(*ffmpeg, "-i", sample, "-c", "copy", "-bsf:v", f"{c}_mp4toannexb", "-f", c, f"{tmp}/{c}.es")
+    es[c] = open(f"{tmp}/{c}.es", "rb").read()[:6144]
+for name, c, head in (("avc_chunk256", "h264", b"\0\0\0\xff"), ("avc_chunk188", "h264", b"\0\0\0\xbb"),
+                      ("hevc_chunk256", "hevc", b"\1\0\0\xff"), ("hevc_no_el_fail3", "hevc", b"\5\0\3\xbb")):
+    save("splitter", name, head + es[c])
+
+# Converter: per codec a short clip, its codec data and first packets laid
+# out as the target reads them (type, get-buffer switch, parameter record,
+# then pushes), once into contiguous space, once wrapped, once through the
+# HAL ring. Clip, encoder, type (CodecUtilType_e; 11 is VP9), and whether
+# width and height lead the record.
+video = "-f lavfi -i testsrc=size=96x64:rate=10 -frames:v 4".split()
+audio = "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.1".split()
+clips = [("h264.mp4", "-c:v libx264 -preset ultrafast -bf 2", 2, False),
+         ("h265.mp4", "-c:v libx265 -preset ultrafast -x265-params log-level=none", 10, False),
+         ("mpeg4.mp4", "-c:v mpeg4 -bf 1", 1, False), ("divx.avi", "-c:v msmpeg4", 0, True),
+         ("spark.flv", "-c:v flv", 4, True), ("vp8.webm", "-c:v libvpx", 6, True),
+         ("vp9.webm", "-c:v libvpx-vp9", 11, True), ("aac.mp4", "-c:a aac", 7, False),
+         ("vorbis.webm", "-c:a libvorbis", 8, False), ("opus.webm", "-c:a libopus", 9, False)]
+def converter_seeds(stem, ctype, rec, pushes):
     for tag, getbuf, grant, wrap in (("ring", 1, 0, 0), ("wrap", 1, 1, 0x80), ("hal", 0, 1, 0x10)):
         body = bytes([ctype, getbuf]) + rec
         for op, data in pushes:
             body += bytes([op]) + struct.pack("<H", len(data)) + data + bytes([grant, wrap])
-        with open(f"{out}/{stem}_{tag}", "wb") as f:
-            f.write(body)
+        save("converter", f"{stem}_{tag}", body)
 frames = {}
-def hexdump(s):
-    return bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split()) for l in s.strip().splitlines()))
-for name, ctype, dims in clips:
-    info = json.loads(subprocess.check_output(
-        ["ffprobe", "-v", "error", "-show_streams", "-show_packets", "-show_data", "-of", "json",
-         f"{tmp}/{name}"]))
+for name, options, ctype, dims in clips:
+    run(*ffmpeg, *(video if options.startswith("-c:v") else audio), *options.split(), f"{tmp}/{name}")
+    info = probe(f"{tmp}/{name}", "-show_packets")
     st = info["streams"][0]
     extra = hexdump(st.get("extradata", ""))
-    rec = bytes([0x80])
-    if dims:
-        rec += struct.pack("<hh", st.get("width", 0), st.get("height", 0))
-    rec += struct.pack("<H", len(extra)) + extra
-    if ctype == 11:
-        rec += struct.pack("<h", 10)
-    pushes = []
-    for p in info["packets"][:3]:
-        data = hexdump(p["data"])[:8192]
-        op = 0x04 | (0x08 if p["flags"].startswith("K") else 0)
-        pushes.append((op, data))
-    write_seeds(name.split(".")[0], ctype, rec, pushes)
+    rec = b"\x80" + (struct.pack("<hh", st.get("width", 0), st.get("height", 0)) if dims else b"")
+    rec += struct.pack("<H", len(extra)) + extra + (struct.pack("<h", 10) if ctype == 11 else b"")
+    pushes = [(0x04 | (0x08 if p["flags"].startswith("K") else 0), hexdump(p["data"])[:8192])
+              for p in info["packets"][:3]]
+    converter_seeds(name.split(".")[0], ctype, rec, pushes)
     frames[ctype] = pushes
 # FFmpeg encodes neither VP6 nor VC-1. Both converters put frames behind
 # headers without looking into them, so VP8 frames stand in; VC-1 as "WMV3"
 # with a simple-profile STRUCT_C (4 bytes) and 25 fps.
-write_seeds("vp6", 5, bytes([0]) + struct.pack("<hhB", 96, 64, 0), frames[6])
-struct_c = bytes([0x0e, 0x79, 0x1a, 0x01])
-write_seeds("vc1", 3, bytes([0]) + struct.pack("<hhB", 96, 64, 4) + struct_c + struct.pack("<hhh", 4, 800, 25),
-            frames[6])
-PY
+converter_seeds("vp6", 5, b"\0" + struct.pack("<hhB", 96, 64, 0), frames[6])
+converter_seeds("vc1", 3, b"\0" + struct.pack("<hhB4shhh", 96, 64, 4, b"\x0e\x79\x1a\x01", 4, 800, 25), frames[6])
 
-# Seeds for the parsers target: the SPS and SEI NAL units of x264/x265
-# streams with HRD timing (buffering period and picture timing SEI), an
-# AudioSpecificConfig, and short runs for the bit buffer, the I/O layer and
-# the mirror buffer.
-out=fuzz/corpus/parsers
-mkdir -p "$out"
-ffmpeg -v error -y -f lavfi -i testsrc=size=96x64:rate=25 -frames:v 6 -pix_fmt yuv420p -f yuv4mpegpipe "$tmp/src.y4m"
-x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --vbv-bufsize 800 --pic-struct --bframes 2 \
-    -o "$tmp/hrd.264" "$tmp/src.y4m" 2>/dev/null
-x265 --log-level none --hrd --vbv-maxrate 800 --vbv-bufsize 800 --bframes 2 \
-    -o "$tmp/hrd.265" "$tmp/src.y4m" 2>/dev/null
-python3 - "$tmp" "$out" <<'PY'
-import json, re, struct, subprocess, sys
-tmp, out = sys.argv[1:3]
-def nals(path):
+# Parsers: the SPS and SEI NAL units of x264/x265 streams with HRD timing
+# (buffering period and picture timing SEI) and the AudioSpecificConfig of
+# the AAC clip (the seeds bitbuf, io and mirror are written by hand).
+# Splitter again: two encodes of one source with HRD timing SEI, interleaved
+# by tools/mkdual with 4-byte lengths, the base layer's decoder configuration
+# record as codec data.
+run(*ffmpeg, *"-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 6 -pix_fmt yuv420p -f yuv4mpegpipe".split(),
+    f"{tmp}/src.y4m")
+x264 = "x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --pic-struct".split()
+x265 = "x265 --log-level none --hrd --vbv-maxrate 800".split()
+run(*x264, "--vbv-bufsize", 800, "--bframes", 2, "-o", f"{tmp}/hrd.264", f"{tmp}/src.y4m")
+run(*x265, "--vbv-bufsize", 800, "--bframes", 2, "-o", f"{tmp}/hrd.265", f"{tmp}/src.y4m")
+def parser_seed(path, hevc):
+    body = bytes([hevc, 3])
     data = open(path, "rb").read()
-    starts = [m.start() for m in re.finditer(b"\x00\x00\x01", data)]
-    for i, s in enumerate(starts):
-        end = starts[i + 1] if i + 1 < len(starts) else len(data)
-        yield data[s + 3:end].rstrip(b"\x00")
-def parser_seed(path, selector, hevc):
-    body = bytes([selector, 3])
-    for nal in nals(path):
+    starts = [m.start() + 3 for m in re.finditer(b"\x00\x00\x01", data)] + [len(data) + 3]
+    for s, e in zip(starts, starts[1:]):
+        nal = data[s:e - 3].rstrip(b"\x00")
         kind = (nal[0] >> 1) & 0x3F if hevc else nal[0] & 0x1F
-        if kind in ((33,) if hevc else (7,)):
-            op = 0x02
-        elif kind in ((39,) if hevc else (6,)):
-            op = 0x03
-        else:
-            continue
-        payload = nal[2 if hevc else 1:][:2047]
-        body += bytes([op]) + struct.pack("<H", len(payload)) + payload
+        if kind in ((33, 39) if hevc else (7, 6)):
+            op = 0x02 if kind in (33, 7) else 0x03
+            payload = nal[2 if hevc else 1:][:2047]
+            body += bytes([op]) + struct.pack("<H", len(payload)) + payload
     return body
-with open(f"{out}/avc_hrd", "wb") as f:
-    f.write(parser_seed(f"{tmp}/hrd.264", 0, False))
-with open(f"{out}/hevc_hrd", "wb") as f:
-    f.write(parser_seed(f"{tmp}/hrd.265", 1, True))
-info = json.loads(subprocess.check_output(
-    ["ffprobe", "-v", "error", "-show_streams", "-show_data", "-of", "json", f"{tmp}/aac.mp4"]))
-asc = bytes.fromhex("".join("".join(l.split(":", 1)[1][:41].split())
-                            for l in info["streams"][0]["extradata"].strip().splitlines()))
-with open(f"{out}/aac_asc", "wb") as f:
-    f.write(bytes([3, 4]) + struct.pack("<H", 371) + bytes([0]) + asc)
-seeds = {
-    "bitbuf": bytes([2, 1, 3, 16]) + bytes(range(16)) + bytes([0, 7, 1, 12, 0, 0, 0, 9, 2, 0, 4, 5, 0, 3, 0, 5, 8]),
-    "io": bytes([4, 0, 8, 2, 3, 1, 2, 3, 2, 9, 8, 7, 15]) + bytes(range(0x40, 0x50))
-          + bytes([0, 5, 6, 0, 7, 0, 8, 12, 1, 9, 4, 10, 3, 1, 11, 3]),
-    "mirror": bytes([5, 0x00, 0x10, 0, 0x00, 0x08]) + bytes(range(8)) + bytes([1, 4, 0, 2, 3, 0, 3, 0, 0x20, 1, 1, 0]),
-}
-for name, body in seeds.items():
-    with open(f"{out}/{name}", "wb") as f:
-        f.write(body)
+save("parsers", "avc_hrd", parser_seed(f"{tmp}/hrd.264", 0))
+save("parsers", "hevc_hrd", parser_seed(f"{tmp}/hrd.265", 1))
+asc = hexdump(probe(f"{tmp}/aac.mp4", "-show_format")["streams"][0]["extradata"])
+save("parsers", "aac_asc", bytes([3, 4]) + struct.pack("<H", 371) + b"\0" + asc)
+for hevc, enc in ((0, x264 + ["--no-scenecut", "--aud"]), (1, x265 + ["--no-scenecut", "--aud"])):
+    for q in (20, 30):
+        run(*enc, "--vbv-bufsize", 1600, "--keyint", 5, "--min-keyint", 5, "--qp", q, "-o", f"{tmp}/{q}.es",
+            f"{tmp}/src.y4m")
+    run("python3", "tools/mkdual/mkdual.py", "--codec", ("avc", "hevc")[hevc], f"{tmp}/20.es", f"{tmp}/30.es",
+        "-o", f"{tmp}/dual", "--length-size", 4, "--codec-data", f"{tmp}/rec")
+    rec = open(f"{tmp}/rec", "rb").read()
+    assert len(rec) < 256
+    save("splitter", ("dual_avc", "dual_hevc")[hevc],
+         bytes([hevc, len(rec), 0, 0xFF]) + rec + open(f"{tmp}/dual", "rb").read()[:16384])
 PY
-
-# Dual-layer seeds for the splitter target (and the scenarios of the
-# allocation-failure sweep): two x264/x265 encodes with HRD timing SEI of one
-# source, interleaved by tools/mkdual with 4-byte lengths and the base
-# layer's decoder configuration record as codec data.
-out=fuzz/corpus/splitter
-for codec in avc hevc; do
-    if [ $codec = avc ]; then
-        for q in 20 30; do
-            x264 --quiet --nal-hrd vbr --vbv-maxrate 800 --vbv-bufsize 1600 --pic-struct --keyint 5 \
-                --min-keyint 5 --no-scenecut --aud --qp $q -o "$tmp/$codec$q.es" "$tmp/src.y4m" 2>/dev/null
-        done
-    else
-        for q in 20 30; do
-            x265 --log-level none --hrd --vbv-maxrate 800 --vbv-bufsize 1600 --keyint 5 --min-keyint 5 \
-                --no-scenecut --aud --qp $q -o "$tmp/$codec$q.es" "$tmp/src.y4m" 2>/dev/null
-        done
-    fi
-    python3 tools/mkdual/mkdual.py --codec $codec "$tmp/${codec}20.es" "$tmp/${codec}30.es" \
-        -o "$tmp/$codec.dual" --length-size 4 --codec-data "$tmp/$codec.rec"
-    python3 - "$tmp/$codec.rec" "$tmp/$codec.dual" "$out/dual_$codec" $([ $codec = hevc ] && echo 1 || echo 0) <<'PY'
-import sys
-rec, stream, out, hevc = open(sys.argv[1], "rb").read(), open(sys.argv[2], "rb").read(), sys.argv[3], int(sys.argv[4])
-assert len(rec) < 256
-with open(out, "wb") as f:
-    f.write(bytes([hevc, len(rec), 0, 0xff]) + rec + stream[:16384])
-PY
-done

@@ -1,43 +1,28 @@
-// Replays fuzz inputs (files, or every file in directories) through
+// Replays fuzz inputs (files, or the files in directories) through
 // LLVMFuzzerTestOneInput, for builds without libFuzzer: CTest runs the
 // corpora and regression inputs this way under ASan/UBSan.
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
+
+#include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-
-namespace {
-
-int replay(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", p.c_str());
-        return 1;
-    }
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-    return 0;
-}
-
-}  // namespace
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 int main(int argc, char** argv) {
-    int failed = 0;
+    if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
     int count = 0;
     for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path arg(argv[i]);
-        if (std::filesystem::is_directory(arg)) {
-            for (const auto& e : std::filesystem::recursive_directory_iterator(arg))
-                if (e.is_regular_file()) failed += replay(e.path()), ++count;
-        } else {
-            failed += replay(arg), ++count;
+        std::vector<std::filesystem::path> files{argv[i]};
+        if (std::filesystem::is_directory(files[0]))
+            files.assign(std::filesystem::directory_iterator(argv[i]), {});
+        for (const auto& f : files) {
+            if (!std::filesystem::exists(f)) return std::fprintf(stderr, "no %s\n", f.c_str()), 1;
+            const fuzzinput::Bytes bytes = fuzzinput::read_file(f);
+            LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+            ++count;
         }
     }
     std::printf("replayed %d inputs\n", count);
-    return failed == 0 ? 0 : 1;
+    return 0;
 }

@@ -19,9 +19,9 @@ cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCODECUTIL_
     -DCODECUTIL_TOOLS=OFF -DCODECUTIL_MEDIA_TESTS=OFF \
     -DCMAKE_C_FLAGS="$tsan" -DCMAKE_CXX_FLAGS="$tsan" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
     -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
-cmake --build build/tsan -j "$jobs" --target thread_tests
+cmake --build build/tsan -j "$jobs" --target thread_test
 TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-    LD_LIBRARY_PATH=build/tsan/hal:build/tsan/lib build/tsan/bin/thread_tests
+    LD_LIBRARY_PATH=build/tsan/hal:build/tsan/lib build/tsan/bin/thread_test
 
 echo "== libFuzzer, a few seconds per target =="
 scripts/fuzz.sh "${CI_FUZZ_SECONDS:-10}"
