@@ -11,9 +11,9 @@
 
 namespace {
 
-using vestest::BitWriter;
+using vestest_old::BitWriter;
 
-using RbspReader = vestest::Reader;
+using RbspReader = vestest_old::Reader;
 
 TEST(ExpGolomb, CodesFromTheStandard) {
     const std::string z11(11, '0'), z15(15, '0');
@@ -141,11 +141,11 @@ TEST(SeiNames, SpellingAndOutOfRange) {
 TEST(ReservedBits, NonZeroIsReportedOnlyAtDebugLevel) {
     RbspReader r({0xA0, 0xA0});
     {
-        vestest::EdrCapture quiet(3);
+        vestest_old::EdrCapture quiet(3);
         read_0_bits(r, 4);  // 1010 below the debug level
         EXPECT_EQ(quiet.text(), "");
     }
-    vestest::EdrCapture debug(4);
+    vestest_old::EdrCapture debug(4);
     read_0_bits(r, 4);  // 0000: silent
     read_0_bits(r, 4);  // 1010
     read_0_bits(r, 4);

@@ -13,7 +13,7 @@
 #include "io_buffer.h"
 #include "sei_sps_parser.h"
 
-namespace vestest {
+namespace vestest_old {
 
 class BitWriter {
 public:
@@ -129,4 +129,4 @@ inline int32_t nal_size(const std::vector<uint8_t>& nal) {
     return static_cast<int32_t>(nal.size());
 }
 
-}  // namespace vestest
+}  // namespace vestest_old

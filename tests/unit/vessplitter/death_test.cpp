@@ -12,8 +12,8 @@
 
 namespace {
 
-using vestest::BitWriter;
-using vestest::make_nal;
+using vestest_old::BitWriter;
+using vestest_old::make_nal;
 
 class ParserDeathTest : public testing::Test {
 protected:
@@ -39,7 +39,7 @@ TEST_F(ParserDeathTest, EmptySeiRbspEndsTheProcess) {
 }
 
 void parse_sps(std::vector<uint8_t> nal) {
-    vestest::EdrCapture log(0);
+    vestest_old::EdrCapture log(0);
     parser_handle_t p = avc_parser_create(1, 1);
     p->parse_sps(nal.data(), static_cast<int32_t>(nal.size()), 4, p);
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-using vestest::Reader;
+using vestest_old::Reader;
 
 TEST(BitReader, ReadsThroughOneByteCache) {
     Reader r({0xA5, 0xFF});

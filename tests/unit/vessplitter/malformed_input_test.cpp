@@ -13,8 +13,8 @@
 
 namespace {
 
-using vestest::BitWriter;
-using vestest::make_nal;
+using vestest_old::BitWriter;
+using vestest_old::make_nal;
 
 // Inputs that end the process by design are left out: an SEI payload of zero
 // bytes only (empty RBSP) and an AVC SPS of profile 128/134.
@@ -65,9 +65,9 @@ std::vector<uint8_t> seed_sei(bool hevc) {
     BitWriter pt;
     pt.u(24, 2).u(24, 4).u(4, 3).u(4, 0);
     std::vector<uint8_t> rbsp;
-    vestest::sei_message(rbsp, 0, bp.align_zero().bytes());
-    vestest::sei_message(rbsp, 1, pt.align_zero().bytes());
-    vestest::sei_message(rbsp, 300, std::vector<uint8_t>(40, 0x11));
+    vestest_old::sei_message(rbsp, 0, bp.align_zero().bytes());
+    vestest_old::sei_message(rbsp, 1, pt.align_zero().bytes());
+    vestest_old::sei_message(rbsp, 300, std::vector<uint8_t>(40, 0x11));
     rbsp.push_back(0x80);
     return hevc ? make_nal({0x4E, 0x01}, rbsp) : make_nal({0x06}, rbsp);
 }
@@ -80,8 +80,8 @@ void run_corpus(bool hevc, uint32_t rounds) {
     const std::vector<uint8_t> seeds[] = {hevc ? hevc_seed_sps() : avc_seed_sps(), seed_sei(hevc)};
     // The seeds themselves are valid: SPS accepted, SEI walked to its trailing bits.
     std::vector<uint8_t> sps_seed = seeds[0], sei_seed = seeds[1];
-    EXPECT_EQ(p->parse_sps(sps_seed.data(), vestest::nal_size(sps_seed), 4, p), 0);
-    EXPECT_EQ(p->parse_sei_messages(sei_seed.data(), vestest::nal_size(sei_seed), 4, p), 0);
+    EXPECT_EQ(p->parse_sps(sps_seed.data(), vestest_old::nal_size(sps_seed), 4, p), 0);
+    EXPECT_EQ(p->parse_sei_messages(sei_seed.data(), vestest_old::nal_size(sei_seed), 4, p), 0);
     EXPECT_EQ(p->sei_timing_num, 1);
     EXPECT_EQ(p->parser_get_num_reorder_frames(p), 2);
     std::mt19937 rng(hevc ? 265 : 264);
@@ -104,7 +104,7 @@ void run_corpus(bool hevc, uint32_t rounds) {
         auto* copy = new uint8_t[nal.size()];
         std::copy(nal.begin(), nal.end(), copy);
         const int32_t ret =
-            (sps ? p->parse_sps : p->parse_sei_messages)(copy, vestest::nal_size(nal), 4, p);
+            (sps ? p->parse_sps : p->parse_sei_messages)(copy, vestest_old::nal_size(nal), 4, p);
         EXPECT_TRUE(ret == 0 || ret == (sps ? 1 : -1));
         delete[] copy;
         (void)p->parser_get_dpb_output_time(p, round % 10);
