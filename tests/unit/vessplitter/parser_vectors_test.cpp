@@ -125,8 +125,9 @@ std::string run(parser_handle_t p, const std::vector<std::string>& w, vestest::E
     int active = -1;
     for (int i = 0; i < static_cast<int>(std::size(dec.sps)); ++i)
         if (dec.active_sps && at(dec, i) == dec.active_sps) active = i;
-    o << " | active=" << active << state(dec) << " bp_num=" << p->bp_num << " timings=" << p->sei_timing_num
-      << "/" << p->sei_timing_num_sub << " reorder=" << p->parser_get_num_reorder_frames(p)
+    o << " | active=" << active << state(dec) << " bp_num=" << p->bp_num
+      << " timings=" << p->sei_timing_num << "/" << p->sei_timing_num_sub
+      << " reorder=" << p->parser_get_num_reorder_frames(p)
       << " cts=" << p->parser_get_cts_offset_frames(p) << "/" << p->parser_get_cts_offset_ticks(p)
       << " clock=" << p->parser_get_num_units_in_tick(p) << "/" << p->parser_get_time_scale(p);
     for (int i = 0; i < static_cast<int>(std::size(dec.sps)); ++i) {

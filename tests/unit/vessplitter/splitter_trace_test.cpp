@@ -95,7 +95,8 @@ struct Trace {
         if (w[0] == "codec_data") {
             Bytes rec = w[1] == "null" ? Bytes(16) : vestest::unhex(w[1]);
             const int len = w.size() > 2 ? std::stoi(w[2]) : static_cast<int>(rec.size());
-            o << "ret " << ves_split_set_codec_data(h->handle, w[1] == "null" ? nullptr : rec.data(), len)
+            o << "ret "
+              << ves_split_set_codec_data(h->handle, w[1] == "null" ? nullptr : rec.data(), len)
               << " length_size " << s->nal_length_size << " sets "
               << vestest::hex(s->sps_pps_nal_units, size_t(s->sps_pps_nal_units_size));
         } else if (w[0] == "push") {
@@ -121,7 +122,8 @@ struct Trace {
         o << " |";
         for (; seen < h->rec.got.size(); ++seen) {
             const vestest::Delivery& d = h->rec.got[seen];
-            o << " " << kName[d.type] << "@" << d.pts << " " << vestest::hex(d.data.data(), d.data.size());
+            o << " " << kName[d.type] << "@" << d.pts << " "
+              << vestest::hex(d.data.data(), d.data.size());
         }
         const ves_layer_param& e = s->layers[VES_EL];
         o << " | calls " << h->rec.calls << " ring " << s->buf.len << "/" << s->buf.pos << "/"
