@@ -88,30 +88,6 @@ TEST(SplitterPush, LargeUnitInSmallPushesIsScannedOnce) {
     EXPECT_EQ(h.rec.got[1].data, slice);
 }
 
-TEST(SplitterPush, RingGrowsBy64KiBStepsToSixMebibytes) {
-    Splitter h;
-    const int six = 0x600000;
-    // Held plus pushed beyond 6 MiB: refused at once, ring unchanged.
-    EXPECT_EQ(h.push(Bytes(static_cast<size_t>(six) + 1, 0xAA), 1), -1);
-    EXPECT_EQ(h.split()->buf.size, 0x200000);
-    EXPECT_EQ(h.split()->buf.len, 0);
-    Bytes unit = sc(3, {0x41});
-    unit.resize(0x200000, 0xAA);  // fills the 2 MiB ring
-    ASSERT_EQ(h.push(unit, 2), 0);
-    EXPECT_EQ(h.split()->buf.size, 0x200000);
-    ASSERT_EQ(h.push({0xAA}, 2), 0);
-    EXPECT_EQ(h.split()->buf.size, 0x210000);  // at least 64 KiB more
-    // One unit that fills 6 MiB exactly is taken and held.
-    ASSERT_EQ(h.push(Bytes(static_cast<size_t>(six) - 0x200001, 0xAA), 2), 0);
-    EXPECT_EQ(h.split()->buf.size, six);
-    EXPECT_EQ(h.split()->buf.len, six);
-    EXPECT_EQ(h.push(Bytes(1, 0xAA), 3), -1);
-    EXPECT_EQ(h.split()->buf.len, six);
-    EXPECT_EQ(ves_split_push(nullptr, unit.data(), 4, 0), -1);
-    EXPECT_EQ(ves_split_push(h.handle, nullptr, 4, 0), -1);
-    EXPECT_EQ(ves_split_push(h.handle, unit.data(), -1, 0), -1);
-}
-
 TEST(SplitterTiming, ScalingStaysDefinedAtTheExtremes) {
     const uint32_t saved = el_time_scale;
     ves_layer_param layer{};
@@ -229,8 +205,11 @@ TEST(SplitterLifecycle, DumpsAndDebugSettingsFromTheEnvironment) {
     s = ves_split_init(VES_HEVC, &vestest::Recorder::output, &rec, 0);
     EXPECT_EQ(edr_debug_file, stdout);  // unset: standard output
     EXPECT_EQ(static_cast<ves_splitter*>(s)->codec_type, VES_HEVC);
+    EXPECT_EQ(ves_split_push(s, nullptr, 4, 0), -1);
+    EXPECT_EQ(ves_split_push(s, copy.data(), -1, 0), -1);
     EXPECT_EQ(ves_split_free(s), 0);
     EXPECT_EQ(ves_split_free(nullptr), 0);
+    EXPECT_EQ(ves_split_push(nullptr, copy.data(), 4, 0), -1);
     for (const std::string& f : {in, el, debug}) std::remove(f.c_str());
     edr_debug_level = saved_level;
 }

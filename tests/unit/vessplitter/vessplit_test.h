@@ -10,8 +10,10 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,22 +27,27 @@ namespace vestest {
 
 using Bytes = std::vector<uint8_t>;
 
-// Hex digits; '.' may separate units for the reader's eye.
+// Hex digits; '.' may separate units for the reader's eye, "aa*5" is five
+// bytes aa.
 inline Bytes unhex(const std::string& s) {
     Bytes out;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '.') continue;
-        out.push_back(static_cast<uint8_t>(std::stoi(s.substr(i, 2), nullptr, 16)));
-        ++i;
+    std::istringstream in(s);
+    for (std::string part; std::getline(in, part, '.');) {
+        const size_t star = part.find('*');
+        const size_t n = star == std::string::npos ? 1 : std::stoul(part.substr(star + 1));
+        for (size_t i = 0; i + 1 < std::min(part.size(), star); i += 2)
+            out.insert(out.end(), n, static_cast<uint8_t>(std::stoul(part.substr(i, 2), 0, 16)));
     }
     return out;
 }
 
+// Blocks beyond 64 bytes as their first 16 and their size.
 inline std::string hex(const uint8_t* p, size_t n) {
     std::string s;
     char b[3];
-    for (size_t i = 0; i < n; ++i) s += (std::snprintf(b, sizeof b, "%02x", p[i]), b);
-    return s;
+    for (size_t i = 0; i < std::min<size_t>(n, n > 64 ? 16 : 64); ++i)
+        s += (std::snprintf(b, sizeof b, "%02x", p[i]), b);
+    return n > 64 ? s + ".." + std::to_string(n) : s;
 }
 
 // Diagnostics at `level` and below into a string for the life of the object.
@@ -59,14 +66,11 @@ public:
     }
     EdrCapture(const EdrCapture&) = delete;
     EdrCapture& operator=(const EdrCapture&) = delete;
-    std::string text() {
-        std::fflush(file_);
-        return std::string(buf_, len_);
-    }
     // The lines written since the last call, one '|'-separated line without
     // source line numbers and addresses.
     std::string take() {
-        std::string t = text().substr(taken_);
+        std::fflush(file_);
+        std::string t(buf_ + taken_, len_ - taken_);
         taken_ += t.size();
         t = std::regex_replace(t, std::regex(":[0-9]+ "), " ");
         t = std::regex_replace(t, std::regex("0x[0-9a-f]+"), "ADDR");
@@ -167,13 +171,8 @@ private:
 };
 
 inline std::vector<std::string> words(const std::string& line) {
-    std::vector<std::string> w;
-    for (size_t at = 0; (at = line.find_first_not_of(' ', at)) != std::string::npos;) {
-        const size_t end = line.find(' ', at);
-        w.push_back(line.substr(at, end - at));
-        at = end;
-    }
-    return w;
+    std::istringstream in(line);
+    return {std::istream_iterator<std::string>(in), {}};
 }
 
 // A golden-vector file in UNIT_DATA_DIR: command lines, each followed by a
