@@ -157,10 +157,12 @@ TEST(ParserVectors, AvcAndHevc) {
     });
     if (p) p->parser_destroy(p);
     // Getters of a NULL handle.
-    EXPECT_EQ(avc_parser_get_time_scale(nullptr) + hevc_parser_get_time_scale(nullptr), 0);
-    EXPECT_EQ(avc_parser_get_dpb_output_time(nullptr, 0), 0u);
-    EXPECT_EQ(hevc_parser_get_dpb_output_time(nullptr, 1), 0u);
-    EXPECT_EQ(hevc_parser_get_cts_offset_frames(nullptr), 0);
+    EXPECT_EQ(avc_parser_get_time_scale(nullptr) + hevc_parser_get_time_scale(nullptr) +
+                  hevc_parser_get_cts_offset_frames(nullptr),
+              0);
+    EXPECT_EQ(
+        avc_parser_get_dpb_output_time(nullptr, 0) + hevc_parser_get_dpb_output_time(nullptr, 1),
+        0u);
     avc_parser_destroy(nullptr);
     hevc_parser_destroy(nullptr);
 }

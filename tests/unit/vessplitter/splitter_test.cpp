@@ -15,23 +15,11 @@ namespace {
 using vestest::Bytes;
 using vestest::Splitter;
 
-Bytes sc(int zeros, Bytes nal) {
-    Bytes out(static_cast<size_t>(zeros), 0);
-    out.push_back(1);
-    out.insert(out.end(), nal.begin(), nal.end());
-    return out;
-}
-
-std::vector<std::pair<ves_type, Bytes>> units(const Splitter& h) {
-    std::vector<std::pair<ves_type, Bytes>> out;
-    for (const vestest::Delivery& d : h.rec.got) out.emplace_back(d.type, d.data);
-    return out;
-}
-
 // Whatever the piece boundaries, the same units come out in the same order:
 // the scan resumes where the previous push left off without missing a start
 // code that straddles two pieces, and short pushes find what one long push
-// finds, whose 40 start codes overfill the list kept while copying.
+// finds, whose 40 start codes overfill the list kept while copying; a large
+// unit arriving in small pushes is not rescanned.
 TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
     uint32_t seed = 12345;
     auto next = [&](uint32_t n) {
@@ -49,8 +37,10 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
                 const uint32_t r = next(8);
                 nal.push_back(static_cast<uint8_t>(r < 2 ? 0 : r == 2 ? 1 : next(256)));
             }
-            const Bytes unit = sc(next(2) ? 3 : 2, nal);
-            stream.insert(stream.end(), unit.begin(), unit.end());
+            if (trial == 0 && u == 20) nal.resize(300000, 0xAA);  // scanned once in small pushes
+            if (next(2)) stream.push_back(0);                     // 4-byte start code
+            stream.insert(stream.end(), {0, 0, 1});
+            stream.insert(stream.end(), nal.begin(), nal.end());
         }
         Splitter whole(VES_AVC, trial % 2), pieces(VES_AVC, trial % 2);
         ASSERT_EQ(whole.push(stream, 1), 0);
@@ -59,33 +49,15 @@ TEST(SplitterPush, PieceBoundariesDoNotChangeTheUnits) {
             const size_t n = std::min<size_t>(1 + next(300), stream.size() - at);
             const auto from = stream.begin() + static_cast<std::ptrdiff_t>(at);
             ASSERT_EQ(pieces.push(Bytes(from, from + static_cast<std::ptrdiff_t>(n)), 1), 0);
+            // The resume point never lags behind the held bytes by more than 2.
+            const ves_splitter* split = pieces.split();
+            ASSERT_TRUE(!split->scan_pending || split->scan_search >= split->buf.len - 2) << trial;
             at += n;
         }
         ASSERT_EQ(pieces.finish(), 0);
         ASSERT_GT(whole.rec.got.size(), 10u);
-        EXPECT_EQ(units(pieces), units(whole)) << trial;
+        EXPECT_TRUE(pieces.rec.got == whole.rec.got) << trial;
     }
-}
-
-TEST(SplitterPush, LargeUnitInSmallPushesIsScannedOnce) {
-    Splitter h;
-    Bytes stream = sc(3, {0x41});
-    stream.resize(300000, 0xAA);
-    const Bytes big = stream, slice = sc(3, {0x41, 0x9A, 0x02});
-    stream.insert(stream.end(), slice.begin(), slice.end());
-    for (size_t at = 0; at < stream.size(); at += 188) {
-        const auto from = stream.begin() + static_cast<std::ptrdiff_t>(at);
-        ASSERT_EQ(h.push(Bytes(from, from + std::min<std::ptrdiff_t>(188, stream.end() - from)), 1),
-                  0);
-        // The resume point never lags behind the held bytes by more than 2.
-        if (h.split()->scan_pending) {
-            EXPECT_GE(h.split()->scan_search, h.split()->buf.len - 2);
-        }
-    }
-    ASSERT_EQ(h.finish(), 0);
-    ASSERT_EQ(h.rec.got.size(), 2u);
-    EXPECT_EQ(h.rec.got[0].data, big);
-    EXPECT_EQ(h.rec.got[1].data, slice);
 }
 
 TEST(SplitterTiming, ScalingStaysDefinedAtTheExtremes) {
@@ -187,7 +159,6 @@ TEST(SplitterLifecycle, DumpsAndDebugSettingsFromTheEnvironment) {
     vestest::Recorder rec;
     void* s = ves_split_init(7, &vestest::Recorder::output, &rec, 0);
     vestest::clear_splitter_env();
-    ASSERT_NE(s, nullptr);
     EXPECT_EQ(static_cast<ves_splitter*>(s)->codec_type, VES_AVC);
     EXPECT_EQ(edr_debug_level, 1);
     ves_split_enable_layer(s, VES_EL, 0);

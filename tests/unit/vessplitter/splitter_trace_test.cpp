@@ -77,15 +77,11 @@ struct Trace {
             h = std::make_unique<vestest::Splitter>(w[1] == "hevc", std::stoi(w[2]),
                                                     std::stoi(w[3]));
             el_time_scale = 90000;  // as at load
-            if (w.size() > 4) {     // stub DPB-times clock el_time_scale
+            if (w.size() > 4) {     // stub CLOCK EL_CLOCK DPB_TIMES...
                 el = std::make_unique<StubParser>();
-                for (std::stringstream in(w[5]); in.good();) {
-                    std::string t;
-                    std::getline(in, t, ',');
-                    el->dpd.push_back(std::stoull(t));
-                }
-                el->time_scale = std::stoi(w[6]);
-                el_time_scale = static_cast<uint32_t>(std::stoul(w[7]));
+                el->time_scale = std::stoi(w[5]);
+                el_time_scale = static_cast<uint32_t>(std::stoul(w[6]));
+                for (size_t i = 7; i < w.size(); ++i) el->dpd.push_back(std::stoull(w[i]));
                 install_stub(h->split(), *el);
             }
             return "";

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -14,8 +13,6 @@
 #include <optional>
 #include <regex>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "io_buffer.h"
 #include "registry.h"
@@ -91,6 +88,7 @@ struct Delivery {
     ves_type type;
     Bytes data;
     uint64_t pts;
+    bool operator==(const Delivery&) const = default;
 };
 
 // Records every delivery; returns fail_result on call number fail_at.
@@ -129,16 +127,13 @@ public:
         edr_debug_file = nullptr;
         ves_split_free(handle);
     }
-    Splitter(const Splitter&) = delete;
-    Splitter& operator=(const Splitter&) = delete;
     ves_splitter* split() const { return static_cast<ves_splitter*>(handle); }
     // Pushes a heap block of exactly the data's size, so a read past it is
     // caught by the address sanitizer; the push rewrites the block in place.
     int push(Bytes* data, uint64_t pts) {
         auto* p = static_cast<uint8_t*>(std::malloc(data->size() + 1));
         std::memcpy(p, data->data(), data->size());
-        const int r = ves_split_push(handle, data->empty() ? nullptr : p,
-                                     static_cast<int>(data->size()), pts);
+        const int r = ves_split_push(handle, p, static_cast<int>(data->size()), pts);
         data->assign(p, p + data->size());
         std::free(p);
         return r;
