@@ -51,8 +51,6 @@ void run_corpus(bool hevc, uint32_t rounds) {
         EXPECT_TRUE(ret == 0 || ret == (sps ? 1 : -1));
         delete[] copy;
         (void)p->parser_get_dpb_output_time(p, round % 10);
-        (void)p->parser_get_time_scale(p);
-        (void)p->parser_get_cts_offset_ticks(p);
         if (round % 300 == 299) p->parser_reset(p);
     }
     (void)testing::internal::GetCapturedStdout();
