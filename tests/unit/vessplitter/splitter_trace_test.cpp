@@ -22,8 +22,8 @@ namespace {
 
 using vestest::Bytes;
 
-// Stands in for the enhancement layer's parser: DPB output times one per
-// call, a clock and a reorder depth the trace sets.
+// Stands in for the enhancement layer's parser: the DPB output times (one per
+// call) and the clock the trace sets; reorder depth 2, 1001 ticks per unit.
 struct StubParser {
     parser_t base;
     std::vector<uint64_t> dpd;
