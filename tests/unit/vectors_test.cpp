@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "test_memory.h"
 #include "zarn_codec_util_aac.h"
 #include "zarn_codec_util_bitbuf.h"
 #include "zarn_codec_util_port.h"
@@ -147,11 +148,12 @@ struct Case {
 // before the ring's end when `left` is not 0. Returns each step's result.
 std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t left = 0) {
     codecutil_test::LogCapture log;
+    codecutil_test::CountingMemory mem;
     Ring ring(c.cap, c.type == CODEC_UTIL_TYPE_SPARK || c.type == CODEC_UTIL_TYPE_VP6);
     void* h = c.type < 0 ? nullptr
               : c.type == CODEC_UTIL_TYPE_VP9
-                  ? CodecUtil_VP9_Create(nullptr)
-                  : Zarn_CodecUtil_Create(CodecUtilType_e(c.type), nullptr);
+                  ? CodecUtil_VP9_Create(mem.table())
+                  : Zarn_CodecUtil_Create(CodecUtilType_e(c.type), mem.table());
     if (ring.hal == nullptr)
         Zarn_CodecUtil_SetGetBufFunc(h, reinterpret_cast<void*>(&Ring::getbuf));
     std::deque<Bytes> keep;  // what the converter may point into lives for the case
@@ -208,6 +210,8 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
             }
         } else if (op == "refuse") {
             ring.refuse = int(v[0]);
+        } else if (op == "fail") {
+            mem.fail_at(int(v[0]));
         } else if (op == "log") {  // level and count of the lines holding the text
             out << log.level_of(s.args) << " x" << log.count(s.args);
         } else if (op == "asc") {  // bits to decode, start offset, bytes held : config
@@ -215,13 +219,15 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
                                                 unsigned(v[1])};
             tAudioSpecificConfig a{};
             const unsigned bits = v[0] != 0 ? unsigned(v[0]) : n * 8;
-            out << zarn_trnsptReadASConfig(&info, bits, &a) << " aot" << a.eAudioObjectType << " "
-                << a.nSamplingFrequency << " " << a.nExtensionSamplingFrequency << " ch"
-                << int(a.ucChannelConfiguration) << " sbr" << int(a.bSbrPresent) << " ext"
-                << a.eExtensionAOT << " used" << info.nBitsOffset << " frame"
-                << a.GASConfig.nFrameLength << " core" << int(a.GASConfig.bDependsOnCoreCoder)
-                << "/" << a.GASConfig.nCoreCoderDelay << " x" << int(a.GASConfig.ucExtensionFlag)
-                << " pce" << int(a.GASConfig.bPCEPresent);
+            const eTrnsptError r = zarn_trnsptReadASConfig(&info, bits, &a);
+            out << r << " used" << info.nBitsOffset;  // the fields only when parsed
+            if (r == eTrnsptOK)
+                out << " aot" << a.eAudioObjectType << " " << a.nSamplingFrequency << " "
+                    << a.nExtensionSamplingFrequency << " ch" << int(a.ucChannelConfiguration)
+                    << " sbr" << int(a.bSbrPresent) << " ext" << a.eExtensionAOT << " frame"
+                    << a.GASConfig.nFrameLength << " core" << int(a.GASConfig.bDependsOnCoreCoder)
+                    << "/" << a.GASConfig.nCoreCoderDelay << " x"
+                    << int(a.GASConfig.ucExtensionFlag) << " pce" << int(a.GASConfig.bPCEPresent);
         } else if (op == "adts") {  // frame length, config length (0: all) : config
             Bytes header(7, 0xEE);
             out << zarn_trnsptRead(d, v[1] != 0 ? int(v[1]) : int(n), header.data(), int(v[0]))
@@ -253,6 +259,7 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
         results.push_back(out.str());
     }
     Zarn_CodecUtil_Destroy(h);
+    EXPECT_EQ(mem.live(), 0) << "leak in the case at line " << c.steps[0].line + 1;
     return results;
 }
 
