@@ -5,6 +5,7 @@
 // results must not change. CODECUTIL_UPDATE_VECTORS=1 rewrites the results.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -228,9 +229,10 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
                     << a.GASConfig.nFrameLength << " core" << int(a.GASConfig.bDependsOnCoreCoder)
                     << "/" << a.GASConfig.nCoreCoderDelay << " x"
                     << int(a.GASConfig.ucExtensionFlag) << " pce" << int(a.GASConfig.bPCEPresent);
-        } else if (op == "adts") {  // frame length, config length (0: all) : config
+        } else if (op == "adts") {  // frame length, config length (0: all), 1: no header : config
             Bytes header(7, 0xEE);
-            out << zarn_trnsptRead(d, v[1] != 0 ? int(v[1]) : int(n), header.data(), int(v[0]))
+            out << zarn_trnsptRead(d, v[1] != 0 ? int(v[1]) : int(n),
+                                   v[2] != 0 ? nullptr : header.data(), int(v[0]))
                 << " : " << hex(header);
         } else if (op == "adtslen") {  // frame length : header
             SetATDSLen(d, int(v[0]));
