@@ -234,6 +234,10 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
             out << zarn_trnsptRead(d, v[1] != 0 ? int(v[1]) : int(n),
                                    v[2] != 0 ? nullptr : header.data(), int(v[0]))
                 << " : " << hex(header);
+        } else if (op == "defasc") {  // rate, channels, object type
+            tAudioSpecificConfig a{};
+            out << zarn_trnsptInitDefaultASC(&a, uint32_t(v[0]), int(v[1]), tAudioObjectType(v[2]))
+                << " " << a.nSamplingFrequency << " ch" << int(a.ucChannelConfiguration);
         } else if (op == "adtslen") {  // frame length : header
             SetATDSLen(d, int(v[0]));
             out << hex(b);
