@@ -95,7 +95,8 @@ TEST(Threads, ConvertersAndSplittersRunTogetherWhileSettingsChange) {
         workers.emplace_back([&, t] {
             for (int round = 0; round < 8; ++round) {
                 if (t >= 8) split_bytes += split_round(dual[t % 2]);
-                for (size_t i = t; t < 8 && i < converters.size(); i += 8) converters[i].round();
+                for (auto i = static_cast<size_t>(t); t < 8 && i < converters.size(); i += 8)
+                    converters[i].round();
             }
         });
     }

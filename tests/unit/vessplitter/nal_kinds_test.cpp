@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <string>
 
 #include "codec_util_nal_types.h"
 
@@ -14,8 +13,8 @@ TEST(NalKinds, EveryTypeOfBothTables) {
     // One letter per type value: Slice, Idr, sEi, sPs, ppS (Q), Aud, Vps, - other.
     // H.265: TRAIL..RASL (0-9) and BLA/CRA (16-18, 21) are slices, 10-15 and
     // 22-31 reserved; IDR_W_RADL and IDR_N_LP are both IDRs.
-    const std::string avc = "-S---IEPQA----------------------";
-    const std::string hevc = "SSSSSSSSSS------SSSIIS----------VPQA---E------------------------";
+    const char* const avc = "-S---IEPQA----------------------";
+    const char* const hevc = "SSSSSSSSSS------SSSIIS----------VPQA---E------------------------";
     const std::map<char, NalKind> kind = {
         {'S', NalKind::kSlice}, {'I', NalKind::kIdr}, {'E', NalKind::kSei}, {'P', NalKind::kSps},
         {'Q', NalKind::kPps},   {'A', NalKind::kAud}, {'V', NalKind::kVps}, {'-', NalKind::kOther}};

@@ -40,7 +40,7 @@ std::string op(bbio_handle_t r, const std::string& o) {
         case 'b':
             return std::to_string(src_read_bits(r, arg(1)));
         case 'p':
-            return std::to_string(src_peek_bits(r, arg(1), arg(dot + 1)));
+            return std::to_string(src_peek_bits(r, arg(1), static_cast<int32_t>(arg(dot + 1))));
         case 'r':
             return std::to_string(r->read(r, buf, arg(dot + 1)));
         case 't': {

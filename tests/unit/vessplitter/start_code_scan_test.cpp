@@ -13,7 +13,8 @@
 namespace {
 
 // A 01 after a 00; at `from` == 0, a 01 first byte too.
-bool pair_at(const std::vector<uint8_t>& b, int i) {
+bool pair_at(const std::vector<uint8_t>& v, int i) {
+    const uint8_t* b = v.data();
     return b[i] == 1 && (i == 0 || b[i - 1] == 0);
 }
 
@@ -24,7 +25,8 @@ int first_pair(const std::vector<uint8_t>& b, int from, int len) {
 }
 
 // The 01 offsets of the start codes lying wholly in the first len bytes.
-std::vector<int> start_codes(const std::vector<uint8_t>& b, int len) {
+std::vector<int> start_codes(const std::vector<uint8_t>& v, int len) {
+    const uint8_t* b = v.data();
     std::vector<int> at;
     for (int j = 2; j < len; ++j)
         if (b[j] == 1 && b[j - 1] == 0 && b[j - 2] == 0) at.push_back(j);
@@ -54,18 +56,18 @@ TEST(StartCodeScan, EveryKernelMatchesTheByteLoop) {
                         ASSERT_EQ(kernels[k]->find_pair(src.data(), from, len),
                                   first_pair(src, from, len))
                             << "at " << at << " len " << len << " from " << from;
-                    std::vector<uint8_t> dst(len + 1, 0xEE);
+                    std::vector<uint8_t> dst(static_cast<size_t>(len) + 1, 0xEE);
                     StartList list;
                     kernels[k]->copy_starts(dst.data(), src.data(), len, list);
                     ASSERT_TRUE(std::equal(src.begin(), src.begin() + len, dst.begin()));
-                    ASSERT_EQ(dst[len], 0xEE);
+                    ASSERT_EQ(dst.back(), 0xEE);
                     const std::vector<int> want = start_codes(src, len);
                     const int listed =
                         std::min<int>(static_cast<int>(want.size()), StartList::kMax);
                     ASSERT_EQ(list.n, listed) << "at " << at << " len " << len;
                     ASSERT_TRUE(std::equal(want.begin(), want.begin() + listed, list.at));
                     ASSERT_EQ(list.complete,
-                              listed < static_cast<int>(want.size()) ? want[listed] : len);
+                              listed < static_cast<int>(want.size()) ? want.data()[listed] : len);
                 }
             }
         }
