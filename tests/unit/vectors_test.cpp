@@ -72,7 +72,7 @@ std::string hex(const Bytes& b, size_t n = SIZE_MAX) {
 struct Ring {
     Bytes mem;
     uint32_t wp = 0, grant = 0;
-    int refuse = 0, requests = 0;
+    int refuse = 0, requests = 0, bad = 0;
     Zhal_AVStream_ptr hal = nullptr;
     Bytes got;
 
@@ -105,6 +105,11 @@ struct Ring {
         ++r->requests;
         *size2 = 0;
         if (r->refuse > 0 && r->refuse-- > 0) return nullptr;
+        if (r->bad > 0 && r->bad-- > 0) {  // a second piece longer than the request
+            *size2 = size + 1;
+            *mem2 = r->mem.data();
+            return r->mem.data();
+        }
         const auto cap = static_cast<uint32_t>(r->mem.size());
         if (size > cap) return nullptr;
         r->grant = r->wp;
@@ -211,6 +216,8 @@ std::vector<std::string> run(const Case& c, size_t stop = SIZE_MAX, uint32_t lef
             }
         } else if (op == "refuse") {
             ring.refuse = int(v[0]);
+        } else if (op == "bad") {
+            ring.bad = int(v[0]);
         } else if (op == "fail") {
             mem.fail_at(int(v[0]));
         } else if (op == "log") {  // level and count of the lines holding the text
