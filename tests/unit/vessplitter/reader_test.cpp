@@ -69,7 +69,10 @@ TEST(Reader, Golden) {
             got = vestest::hex(out.data(), len) + (out[in.size()] == 0xEE ? "" : " overrun");
         } else {
             vestest::Reader r(vestest::unhex(w[1]));
-            for (size_t i = 2; i < w.size(); ++i) got += (i > 2 ? " " : "") + op(r, w[i]);
+            for (size_t i = 2; i < w.size(); ++i) {
+                if (i > 2) got += ' ';
+                got += op(r, w[i]);
+            }
         }
         return got + " | " + log.take();
     });
